@@ -1,0 +1,45 @@
+#pragma once
+
+#include "TarnSystem/Log.h"
+#include "TarnSystem/Preferences.h"
+
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace tarn {
+
+/// Preferences kept in JSON files, one object of keys and values a layer, for systems that
+/// have no preferences store of their own. One set of files holds one application's settings.
+///
+/// The first layer that holds a key counts. The last layer is the machine's, the one that is
+/// written; keys that are not set there stay as they are, comments are not kept.
+/// A file that is not a JSON object is reported once on the log with its name, line and
+/// column; the other layers still count, and it is never overwritten.
+class JsonPreferences final : public Preferences {
+public:
+    /// Paths from the strongest layer to the weakest; the last is the machine's.
+    JsonPreferences(std::vector<std::string> layers, Log &log);
+
+    void refresh(const std::string &applicationID) override;
+    std::optional<Value> copyAppValue(const std::string &key, const std::string &applicationID) override;
+    void setMachineValue(const std::string &key, const Value &value,
+                         const std::string &applicationID) override;
+    bool synchronizeMachine(const std::string &applicationID) override;
+
+private:
+    /// The layer's object; none when there is no file. `isDamaged` is set when there is one
+    /// that cannot be used.
+    std::optional<Value> readLayer(const std::string &path, bool &isDamaged);
+    void report(const std::string &message);
+
+    std::vector<std::string> paths_;
+    Log &log_;
+    bool isLoaded_ = false;
+    std::vector<Value> layers_;
+    Value::Dictionary unsaved_;
+    std::set<std::string> reported_;
+};
+
+} // namespace tarn

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "TarnCore/Value.h"
+#include "TarnSystem/NetworkPicture.h"
+#include "TarnSystem/NetworkPreferences.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace tarn {
+
+/// The dynamic store and the services that a system without them would have, made from what
+/// its kernel tells. One value is one moment.
+///
+/// Every device but the loopback has a link key. A service exists for each device that counts
+/// as Ethernet and for each wireless one; its identifier follows from the device's name. The
+/// service order is by the metric of the default route, then by index.
+class SynthesizedStore {
+public:
+    explicit SynthesizedStore(NetworkPicture picture);
+    SynthesizedStore(SynthesizedStore &&) = default;
+    SynthesizedStore &operator=(SynthesizedStore &&) = default;
+
+    /// As DynamicStore and NetworkPreferences say.
+    std::vector<std::string> keys(std::string_view pattern) const;
+    std::optional<Value> value(std::string_view key) const;
+    std::vector<std::string> serviceOrder() const;
+    std::optional<NetworkService> service(std::string_view serviceID) const;
+
+private:
+    struct Device {
+        const NetworkPicture::Link *link = nullptr;
+        bool hasService = false;
+        std::vector<const NetworkPicture::Address *> ipv4;
+        std::vector<const NetworkPicture::Address *> ipv6;
+        const NetworkPicture::DefaultRoute *route4 = nullptr;
+        const NetworkPicture::DefaultRoute *route6 = nullptr;
+        const DHCPLease *lease = nullptr;
+        std::vector<std::string> dnsServers;
+
+        std::uint32_t metric() const;
+    };
+
+    void assignAddressesAndRoutes();
+    void assignLeases();
+    void assignServers();
+    Device *deviceFor(unsigned index, std::string_view name);
+    const Device *deviceOfService(std::string_view serviceID) const;
+    std::optional<Value> interfaceValue(const Device &device, std::string_view entity) const;
+    std::optional<Value> serviceValue(const Device &device, std::string_view entity) const;
+
+    NetworkPicture picture_;
+    std::vector<Device> devices_;
+    std::unordered_map<unsigned, std::size_t> byIndex_;
+    std::unordered_map<std::string_view, std::size_t> byName_;
+};
+
+/// The flag word of an IPv6Address for the kernel's IFA_F_* (linux/if_addr.h).
+std::int64_t ipv6FlagsFromLinux(std::uint32_t flags);
+
+/// Whether a key matches a pattern as DynamicStore::copyKeyList describes it.
+bool matchesStorePattern(std::string_view pattern, std::string_view key);
+
+} // namespace tarn

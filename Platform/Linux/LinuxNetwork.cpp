@@ -1,0 +1,132 @@
+#include "Platform/Linux/LinuxNetwork.h"
+
+#include "Platform/Linux/RouteNetlink.h"
+#include "Platform/Linux/Sysfs.h"
+#include "TarnSystem/Files.h"
+
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <dirent.h>
+#include <utility>
+
+namespace tarn {
+namespace {
+
+constexpr std::size_t largestFile = 1 << 20;
+
+// systemd-networkd, NetworkManager, dhclient on Debian and on Fedora.
+constexpr std::array leaseFolders = {"/run/systemd/netif/leases", "/var/lib/NetworkManager", "/var/lib/dhcp",
+                                     "/var/lib/dhclient"};
+
+class LinuxStore final : public DynamicStore {
+public:
+    explicit LinuxStore(LinuxNetwork &network) : network_(network) {}
+
+    std::optional<std::vector<std::string>> copyKeyList(const std::string &pattern) override {
+        const auto *picture = network_.pictureForKeyList();
+        if (!picture)
+            return std::nullopt;
+        return picture->keys(pattern);
+    }
+
+    std::optional<Value> copyValue(const std::string &key) override {
+        const auto *picture = network_.picture();
+        if (!picture && network_.takePicture())
+            picture = network_.picture();
+        return picture ? picture->value(key) : std::nullopt;
+    }
+
+private:
+    LinuxNetwork &network_;
+};
+
+class LinuxPreferences final : public NetworkPreferences {
+public:
+    explicit LinuxPreferences(LinuxNetwork &network) : network_(network) {}
+
+    void synchronize() override { network_.takePicture(); }
+
+    std::optional<std::vector<std::string>> currentServiceOrder() override {
+        const auto *picture = network_.picture();
+        if (!picture)
+            return std::nullopt;
+        return picture->serviceOrder();
+    }
+
+    std::optional<NetworkService> copyService(const std::string &serviceID) override {
+        const auto *picture = network_.picture();
+        return picture ? picture->service(serviceID) : std::nullopt;
+    }
+
+private:
+    LinuxNetwork &network_;
+};
+
+} // namespace
+
+bool LinuxNetwork::takePicture() {
+    NetworkPicture picture;
+    visibility_ = {};
+    picture_.reset();
+    isListed_ = false;
+    const auto result = RouteNetlink::read(picture);
+    if (result == RouteNetlink::Result::failed)
+        return false;
+    visibility_.unsettled = result == RouteNetlink::Result::unsettled;
+    for (auto &link : picture.links) {
+        sysfs::describe(link);
+        visibility_.devicesHidden = visibility_.devicesHidden || link.isUndescribed;
+    }
+
+    bus_.update(visibility_);
+    if (auto servers = bus_.resolvedServers(visibility_))
+        picture.resolvedServers = *std::move(servers);
+    if (auto servers = bus_.networkManagerServers(visibility_))
+        picture.networkManagerServers = *std::move(servers);
+    readLeases(picture);
+    if (const auto file = files::read("/etc/resolv.conf", largestFile); file.contents)
+        picture.resolvConfServers = resolvConfServers(*file.contents);
+    else
+        visibility_.resolverFileHidden = !file.failure.isMissing;
+    picture.takenAt = std::time(nullptr);
+    picture_.emplace(std::move(picture));
+    return true;
+}
+
+const SynthesizedStore *LinuxNetwork::pictureForKeyList() {
+    if (!picture_ || isListed_)
+        takePicture();
+    isListed_ = true;
+    return picture();
+}
+
+void LinuxNetwork::readLeases(NetworkPicture &picture) {
+    for (const std::string folder : leaseFolders) {
+        const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir(folder.c_str()), closedir);
+        if (!directory) {
+            visibility_.leasesHidden = visibility_.leasesHidden || errno == EACCES;
+            continue;
+        }
+        while (const auto *entry = readdir(directory.get())) {
+            if (!isLeaseFile(entry->d_name))
+                continue;
+            const auto file = files::read(folder + "/" + entry->d_name, largestFile);
+            if (!file.contents)
+                visibility_.leasesHidden = visibility_.leasesHidden || !file.failure.isMissing;
+            else
+                for (auto &lease : leasesInFile(entry->d_name, *file.contents))
+                    picture.leases.push_back(std::move(lease));
+        }
+    }
+}
+
+std::unique_ptr<DynamicStore> LinuxNetwork::openStore() {
+    return std::make_unique<LinuxStore>(*this);
+}
+
+std::unique_ptr<NetworkPreferences> LinuxNetwork::openPreferences() {
+    return std::make_unique<LinuxPreferences>(*this);
+}
+
+} // namespace tarn

@@ -1,0 +1,74 @@
+#include "Platform/Linux/EventLoop.h"
+#include "Platform/Linux/LinuxLog.h"
+#include "Platform/Linux/LinuxNetwork.h"
+#include "Platform/Linux/LinuxRandom.h"
+#include "Platform/Linux/LinuxWiFi.h"
+#include "Platform/Linux/ResourceStrings.h"
+#include "Platform/Linux/UdpNetwork.h"
+#include "Platform/Platform.h"
+#include "TarnSystem/JsonPreferences.h"
+
+#include <cstdlib>
+
+namespace tarn {
+namespace {
+
+std::string environment(const char *name) {
+    const char *value = std::getenv(name);
+    return value ? value : "";
+}
+
+/// Managed over user over machine. A process without a home has no user's layer.
+std::vector<std::string> preferenceLayers() {
+    std::vector<std::string> layers = {"/etc/tarnlink/managed.json"};
+    const auto configuration = environment("XDG_CONFIG_HOME");
+    const auto home = environment("HOME");
+    // A relative path in the variable is to be ignored (freedesktop.org, basedir).
+    if (configuration.starts_with('/'))
+        layers.push_back(configuration + "/tarnlink/preferences.json");
+    else if (!home.empty())
+        layers.push_back(home + "/.config/tarnlink/preferences.json");
+    // systemd lists several folders with colons between them; the first is ours.
+    const auto state = environment("STATE_DIRECTORY");
+    layers.push_back((state.empty() ? "/var/lib/tarnlink" : state.substr(0, state.find(':'))) +
+                     "/preferences.json");
+    return layers;
+}
+
+class LinuxPlatform final : public Platform {
+public:
+    MainActor &mainActor() override { return loop_; }
+    Log &log() override { return log_; }
+    SecureRandom &random() override { return random_; }
+    Preferences &preferences() override { return preferences_; }
+    WiFiClient &wifi() override { return wifi_; }
+    InterfaceLookup &interfaceLookup() override { return lookup_; }
+    DatagramNetwork &datagrams() override { return datagrams_; }
+    const LocalizedStrings &strings() override { return strings_; }
+    std::unique_ptr<DynamicStore> openDynamicStore(const std::string &) override {
+        return network_.openStore();
+    }
+    std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &) override {
+        return network_.openPreferences();
+    }
+    SystemVisibility visibility() const override { return network_.visibility(); }
+
+private:
+    EventLoop loop_;
+    LinuxLog log_;
+    LinuxRandom random_;
+    JsonPreferences preferences_{preferenceLayers(), log_};
+    LinuxNetwork network_;
+    LinuxWiFi wifi_{network_};
+    LinuxInterfaceLookup lookup_;
+    UdpNetwork datagrams_{loop_};
+    ResourceStrings strings_;
+};
+
+} // namespace
+
+std::unique_ptr<Platform> makePlatform() {
+    return std::make_unique<LinuxPlatform>();
+}
+
+} // namespace tarn

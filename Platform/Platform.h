@@ -1,0 +1,47 @@
+#pragma once
+
+#include "TarnCore/LocalizedStrings.h"
+#include "TarnSystem/DatagramConnection.h"
+#include "TarnSystem/DynamicStore.h"
+#include "TarnSystem/Log.h"
+#include "TarnSystem/MainActor.h"
+#include "TarnSystem/NetworkPreferences.h"
+#include "TarnSystem/Preferences.h"
+#include "TarnSystem/SecureRandom.h"
+#include "TarnSystem/SystemVisibility.h"
+#include "TarnSystem/WiFiClient.h"
+
+#include <memory>
+#include <string>
+
+namespace tarn {
+
+/// The operating system's half of every seam. Entry points make one and hand its parts down;
+/// it outlives everything that was made from it.
+///
+/// Thread: the main thread, except where a part says otherwise.
+class Platform {
+public:
+    virtual ~Platform() = default;
+
+    virtual MainActor &mainActor() = 0;
+    virtual Log &log() = 0;
+    virtual SecureRandom &random() = 0;
+    virtual Preferences &preferences() = 0;
+    virtual WiFiClient &wifi() = 0;
+    virtual InterfaceLookup &interfaceLookup() = 0;
+    virtual DatagramNetwork &datagrams() = 0;
+    virtual const LocalizedStrings &strings() = 0;
+
+    /// Opens a session under the client's name; null when the system refuses one.
+    virtual std::unique_ptr<DynamicStore> openDynamicStore(const std::string &clientName) = 0;
+    virtual std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &clientName) = 0;
+
+    /// What could be asked in the last reading of a store or of preferences.
+    virtual SystemVisibility visibility() const = 0;
+};
+
+/// Each operating system has one implementation; the build picks it.
+std::unique_ptr<Platform> makePlatform();
+
+} // namespace tarn

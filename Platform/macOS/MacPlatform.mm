@@ -1,0 +1,55 @@
+#include "Platform/Platform.h"
+
+#include "Platform/macOS/BundleStrings.h"
+#include "Platform/macOS/CFPreferences.h"
+#include "Platform/macOS/CoreWLANClient.h"
+#include "Platform/macOS/DispatchMainActor.h"
+#include "Platform/macOS/MacDatagramNetwork.h"
+#include "Platform/macOS/MacDynamicStore.h"
+#include "Platform/macOS/MacInterfaceLookup.h"
+#include "Platform/macOS/MacNetworkPreferences.h"
+#include "Platform/macOS/MacSecureRandom.h"
+#include "Platform/macOS/UnifiedLog.h"
+
+namespace tarn {
+namespace {
+
+class MacPlatform final : public Platform {
+public:
+    MainActor &mainActor() override { return mainActor_; }
+    Log &log() override { return log_; }
+    SecureRandom &random() override { return random_; }
+    Preferences &preferences() override { return preferences_; }
+    WiFiClient &wifi() override { return wifi_; }
+    InterfaceLookup &interfaceLookup() override { return interfaceLookup_; }
+    DatagramNetwork &datagrams() override { return datagrams_; }
+    const LocalizedStrings &strings() override { return strings_; }
+
+    std::unique_ptr<DynamicStore> openDynamicStore(const std::string &clientName) override {
+        return openMacDynamicStore(clientName);
+    }
+    std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &clientName) override {
+        return openMacNetworkPreferences(clientName);
+    }
+
+    SystemVisibility visibility() const override { return {}; }
+
+private:
+    UnifiedLog log_;
+    MacSecureRandom random_;
+    CFPreferences preferences_;
+    CoreWLANClient wifi_;
+    MacInterfaceLookup interfaceLookup_;
+    MacDatagramNetwork datagrams_;
+    BundleStrings strings_;
+    // The last, and so the first to go: jobs that still wait may hold what uses the other parts.
+    DispatchMainActor mainActor_;
+};
+
+} // namespace
+
+std::unique_ptr<Platform> makePlatform() {
+    return std::make_unique<MacPlatform>();
+}
+
+} // namespace tarn

@@ -45,10 +45,6 @@ bool IPAddress::isOwnHost() const {
            bytes.back() <= 1;
 }
 
-bool IPAddress::isLinkLocal() const {
-    return isIPv6 ? bytes[0] == 0xFE && (bytes[1] & 0xC0) == 0x80 : bytes[0] == 169 && bytes[1] == 254;
-}
-
 bool IPAddress::isWithin(const IPAddress &network, unsigned prefixLength) const {
     if (isIPv6 != network.isIPv6)
         return false;

@@ -24,7 +24,6 @@ struct IPAddress {
     std::string text() const;
     /// 127/8 and ::1, and the unspecified address, which a resolver takes for the own host.
     bool isOwnHost() const;
-    bool isLinkLocal() const;
     /// Whether the first `prefixLength` bits are those of `network`.
     bool isWithin(const IPAddress &network, unsigned prefixLength) const;
 

@@ -179,10 +179,9 @@ void SynthesizedStore::assignServers() {
         assign(*source);
 
     add(common, picture_.resolvConfServers);
-    const auto usable = [](const Device &device) { return device.hasService && device.dnsServers.empty(); };
     std::vector<bool> wanting;
     for (const auto &device : devices_)
-        wanting.push_back(usable(device));
+        wanting.push_back(device.hasService && device.dnsServers.empty());
     for (const auto &server : common) {
         // A server in one interface's own subnet is reached through that one.
         const auto address = *addressOf(server);

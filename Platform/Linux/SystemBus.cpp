@@ -1,14 +1,11 @@
 #include "Platform/Linux/SystemBus.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <string_view>
 
 namespace tarn {
 namespace {
-
-constexpr std::uint64_t callLimit = 250'000; // microseconds
 
 constexpr const char *networkManagerPath = "/org/freedesktop/NetworkManager";
 
@@ -39,123 +36,23 @@ bool readEntry(sd_bus_message *message, NetworkPicture::Servers &entry) {
 
 } // namespace
 
-SystemBus::~SystemBus() = default;
-
 void SystemBus::update(SystemVisibility &visibility) {
     using Source = SystemVisibility::Source;
-    const auto reportAll = [&](Source source) {
-        visibility.systemBus = source;
-        visibility.networkManager = visibility.resolved = Source::notRunning;
+    const int error = bus_.update();
+    const auto sourceOf = [](const BusService &service) {
+        return service.isRunning ? Source::answered : Source::notRunning;
     };
-    if (bus_) {
-        // Names that came or went since the last reading.
-        int progress = 0;
-        while ((progress = sd_bus_process(bus_.get(), nullptr)) > 0) {
-        }
-        if (progress < 0)
-            close();
-    }
-    if (!bus_)
-        if (const int error = open(); error != 0) {
-            reportAll(error == ENOENT || error == ECONNREFUSED ? Source::notRunning : Source::notAnswering);
-            return;
-        }
-    visibility.systemBus = Source::answered;
-    visibility.networkManager = networkManager_.isRunning ? Source::answered : Source::notRunning;
-    visibility.resolved = resolved_.isRunning ? Source::answered : Source::notRunning;
-}
-
-int SystemBus::open() {
-    sd_bus *bus = nullptr;
-    const int result = sd_bus_open_system(&bus);
-    if (result < 0)
-        return -result;
-    bus_.reset(bus);
-    sd_bus_set_method_call_timeout(bus, callLimit);
-    int error = becomeReady();
-    for (auto *service : {&resolved_, &networkManager_})
-        if (error == 0)
-            error = watch(*service);
-    if (error != 0)
-        close();
-    return error;
-}
-
-int SystemBus::becomeReady() {
-    // A call would wait for the greeting without a limit.
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::microseconds(callLimit);
-    while (sd_bus_is_ready(bus_.get()) == 0) {
-        int result = sd_bus_process(bus_.get(), nullptr);
-        if (result == 0) {
-            const auto rest = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now()).count();
-            if (rest <= 0)
-                return ETIMEDOUT;
-            result = sd_bus_wait(bus_.get(), static_cast<std::uint64_t>(rest));
-        }
-        if (result < 0 && result != -EINTR)
-            return -result;
-    }
-    return 0;
-}
-
-void SystemBus::close() {
-    bus_.reset();
-    resolved_.isRunning = networkManager_.isRunning = false;
-}
-
-int SystemBus::watch(Service &service) {
-    const std::string rule =
-        std::string("type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-                    "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
-        service.name + "'";
-    const auto changed = [](sd_bus_message *signal, void *data, sd_bus_error *) {
-        const char *name = nullptr;
-        const char *before = nullptr;
-        const char *after = nullptr;
-        if (sd_bus_message_read(signal, "sss", &name, &before, &after) > 0)
-            static_cast<Service *>(data)->isRunning = *after != '\0';
-        return 0;
-    };
-    int result = sd_bus_add_match(bus_.get(), nullptr, rule.c_str(), changed, &service);
-    if (result >= 0) {
-        sd_bus_message *reply = nullptr;
-        int owned = 0;
-        result =
-            sd_bus_call_method(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                               "org.freedesktop.DBus", "NameHasOwner", nullptr, &reply, "s", service.name);
-        const Message owner(reply);
-        if (result >= 0)
-            result = sd_bus_message_read(owner.get(), "b", &owned);
-        service.isRunning = owned != 0;
-    }
-    return result < 0 ? -result : 0;
-}
-
-SystemBus::Message SystemBus::property(const Service &service, const char *path, const char *interface,
-                                       const char *property, const char *type) {
-    if (!bus_ || !service.isRunning)
-        return nullptr;
-    sd_bus_message *call = nullptr;
-    if (sd_bus_message_new_method_call(bus_.get(), &call, service.name, path,
-                                       "org.freedesktop.DBus.Properties", "Get") < 0)
-        return nullptr;
-    const Message request(call);
-    sd_bus_message *reply = nullptr;
-    if (sd_bus_message_set_auto_start(call, 0) < 0 ||
-        sd_bus_message_append(call, "ss", interface, property) < 0 ||
-        sd_bus_call(bus_.get(), call, callLimit, nullptr, &reply) < 0)
-        return nullptr;
-    Message answer(reply);
-    if (sd_bus_message_enter_container(reply, 'v', type) <= 0)
-        return nullptr;
-    return answer;
+    visibility.systemBus = error == 0                                 ? Source::answered
+                           : error == ENOENT || error == ECONNREFUSED ? Source::notRunning
+                                                                      : Source::notAnswering;
+    visibility.networkManager = error == 0 ? sourceOf(networkManager_) : Source::notRunning;
+    visibility.resolved = error == 0 ? sourceOf(resolved_) : Source::notRunning;
 }
 
 std::optional<std::vector<NetworkPicture::Servers>> SystemBus::resolvedServers(SystemVisibility &visibility) {
     // org.freedesktop.resolve1(5): interface index, family, address.
-    const auto message = property(resolved_, "/org/freedesktop/resolve1", "org.freedesktop.resolve1.Manager",
-                                  "DNS", "a(iiay)");
+    const auto message = bus_.property(resolved_, "/org/freedesktop/resolve1",
+                                       "org.freedesktop.resolve1.Manager", "DNS", "a(iiay)");
     if (!message) {
         if (resolved_.isRunning)
             visibility.resolved = SystemVisibility::Source::notAnswering;
@@ -184,8 +81,9 @@ std::optional<std::vector<NetworkPicture::Servers>> SystemBus::resolvedServers(S
 
 std::optional<std::vector<NetworkPicture::Servers>>
 SystemBus::networkManagerServers(SystemVisibility &visibility) {
-    const auto message = property(networkManager_, "/org/freedesktop/NetworkManager/DnsManager",
-                                  "org.freedesktop.NetworkManager.DnsManager", "Configuration", "aa{sv}");
+    const auto message =
+        bus_.property(networkManager_, "/org/freedesktop/NetworkManager/DnsManager",
+                      "org.freedesktop.NetworkManager.DnsManager", "Configuration", "aa{sv}");
     if (!message) {
         if (networkManager_.isRunning)
             visibility.networkManager = SystemVisibility::Source::notAnswering;
@@ -203,7 +101,7 @@ std::optional<bool> SystemBus::networkManagerWiFiEnabled() {
     int isEnabled = 0;
     for (const char *name : {"WirelessEnabled", "WirelessHardwareEnabled"}) {
         const auto message =
-            property(networkManager_, networkManagerPath, "org.freedesktop.NetworkManager", name, "b");
+            bus_.property(networkManager_, networkManagerPath, "org.freedesktop.NetworkManager", name, "b");
         if (!message || sd_bus_message_read(message.get(), "b", &isEnabled) <= 0)
             return std::nullopt;
         if (!isEnabled)

@@ -1,0 +1,122 @@
+#include "Platform/Linux/BusConnection.h"
+
+#include <cerrno>
+#include <cstdint>
+
+namespace tarn {
+
+int BusConnection::update() {
+    if (bus_) {
+        // Names that came or went since the last time.
+        int progress = 0;
+        while ((progress = sd_bus_process(bus_.get(), nullptr)) > 0) {
+        }
+        if (progress < 0)
+            close();
+    }
+    return bus_ ? 0 : open();
+}
+
+int BusConnection::open() {
+    sd_bus *bus = nullptr;
+    const int result = sd_bus_open_system(&bus);
+    if (result < 0)
+        return -result;
+    bus_.reset(bus);
+    sd_bus_set_method_call_timeout(bus, limit_);
+    int error = becomeReady();
+    for (auto *service : services_)
+        if (error == 0)
+            error = watch(*service);
+    if (error != 0)
+        close();
+    return error;
+}
+
+int BusConnection::becomeReady() {
+    // A call would wait for the greeting without a limit.
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::microseconds(limit_);
+    while (sd_bus_is_ready(bus_.get()) == 0) {
+        int result = sd_bus_process(bus_.get(), nullptr);
+        if (result == 0) {
+            const auto rest = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now()).count();
+            if (rest <= 0)
+                return ETIMEDOUT;
+            result = sd_bus_wait(bus_.get(), static_cast<std::uint64_t>(rest));
+        }
+        if (result < 0 && result != -EINTR)
+            return -result;
+    }
+    return 0;
+}
+
+void BusConnection::close() {
+    bus_.reset();
+    for (auto *service : services_)
+        service->isRunning = false;
+}
+
+int BusConnection::watch(BusService &service) {
+    const std::string rule =
+        std::string("type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
+                    "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
+        service.name + "'";
+    const auto changed = [](sd_bus_message *signal, void *data, sd_bus_error *) {
+        const char *name = nullptr;
+        const char *before = nullptr;
+        const char *after = nullptr;
+        if (sd_bus_message_read(signal, "sss", &name, &before, &after) > 0)
+            static_cast<BusService *>(data)->isRunning = *after != '\0';
+        return 0;
+    };
+    int result = sd_bus_add_match(bus_.get(), nullptr, rule.c_str(), changed, &service);
+    if (result >= 0) {
+        sd_bus_message *reply = nullptr;
+        int owned = 0;
+        result =
+            sd_bus_call_method(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                               "org.freedesktop.DBus", "NameHasOwner", nullptr, &reply, "s", service.name);
+        const BusMessage owner(reply);
+        if (result >= 0)
+            result = sd_bus_message_read(owner.get(), "b", &owned);
+        service.isRunning = owned != 0;
+    }
+    return result < 0 ? -result : 0;
+}
+
+BusMessage BusConnection::newCall(const BusService &service, const char *path, const char *interface,
+                                  const char *method) {
+    if (!bus_ || !service.isRunning)
+        return nullptr;
+    sd_bus_message *message = nullptr;
+    if (sd_bus_message_new_method_call(bus_.get(), &message, service.name, path, interface, method) < 0)
+        return nullptr;
+    BusMessage call(message);
+    if (sd_bus_message_set_auto_start(message, 0) < 0)
+        return nullptr;
+    return call;
+}
+
+BusMessage BusConnection::send(const BusMessage &call, BusFailure *failure) {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_message *reply = nullptr;
+    const int result = sd_bus_call(bus_.get(), call.get(), limit_, &error, &reply);
+    if (result < 0 && failure)
+        *failure = {error.name ? error.name : "", error.message ? error.message : ""};
+    sd_bus_error_free(&error);
+    return BusMessage(result < 0 ? nullptr : reply);
+}
+
+BusMessage BusConnection::property(const BusService &service, const char *path, const char *interface,
+                                   const char *property, const char *type) {
+    const auto call = newCall(service, path, "org.freedesktop.DBus.Properties", "Get");
+    if (!call || sd_bus_message_append(call.get(), "ss", interface, property) < 0)
+        return nullptr;
+    auto answer = send(call);
+    if (!answer || sd_bus_message_enter_container(answer.get(), 'v', type) <= 0)
+        return nullptr;
+    return answer;
+}
+
+} // namespace tarn

@@ -3,6 +3,7 @@
 #include "TarnCore/LocalizedStrings.h"
 #include "TarnSystem/DatagramConnection.h"
 #include "TarnSystem/DynamicStore.h"
+#include "TarnSystem/DynamicStoreWatch.h"
 #include "TarnSystem/Log.h"
 #include "TarnSystem/MainActor.h"
 #include "TarnSystem/NetworkPreferences.h"
@@ -36,6 +37,8 @@ public:
     /// Opens a session under the client's name; null when the system refuses one.
     virtual std::unique_ptr<DynamicStore> openDynamicStore(const std::string &clientName) = 0;
     virtual std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &clientName) = 0;
+    virtual std::unique_ptr<DynamicStoreWatch> watchDynamicStore(const std::string &clientName,
+                                                                 DynamicStoreWatch::Callback callback) = 0;
 
     /// What could be asked in the last reading of a store or of preferences.
     virtual SystemVisibility visibility() const = 0;

@@ -32,6 +32,8 @@ struct NetworkPicture {
         std::string driver;
         /// Name given by an administrator (IFLA_IFALIAS).
         std::string alias;
+
+        friend bool operator==(const Link &, const Link &) = default;
     };
     struct Address {
         unsigned link = 0;
@@ -39,6 +41,8 @@ struct NetworkPicture {
         unsigned prefixLength = 0;
         /// IFA_F_* (linux/if_addr.h).
         std::uint32_t flags = 0;
+
+        friend bool operator==(const Address &, const Address &) = default;
     };
     /// A default route through a router.
     struct DefaultRoute {
@@ -47,6 +51,8 @@ struct NetworkPicture {
         IPAddress gateway;
         /// Lower is preferred.
         std::uint32_t metric = 0;
+
+        friend bool operator==(const DefaultRoute &, const DefaultRoute &) = default;
     };
     struct Servers {
         /// Interface index or name, as the source tells it; neither for servers of all links.

@@ -81,6 +81,10 @@ bool matchesStorePattern(std::string_view pattern, std::string_view key) {
     }
 }
 
+std::string serviceIDForDevice(std::string_view device) {
+    return std::string(servicePrefix).append(device);
+}
+
 std::int64_t ipv6FlagsFromLinux(std::uint32_t flags) {
     // IFA_F_* of linux/if_addr.h on the left.
     constexpr std::array<std::pair<std::uint32_t, std::int64_t>, 4> table = {{
@@ -232,7 +236,7 @@ std::vector<std::string> SynthesizedStore::keys(std::string_view pattern) const 
     for (const auto &device : devices_) {
         addExisting("Interface", device.link->name, interfaceEntities);
         if (device.hasService)
-            addExisting("Service", std::string(servicePrefix) + device.link->name, serviceEntities);
+            addExisting("Service", serviceIDForDevice(device.link->name), serviceEntities);
     }
     return result;
 }
@@ -297,7 +301,7 @@ std::vector<std::string> SynthesizedStore::serviceOrder() const {
                       [](const Device *device) { return std::tuple(device->metric(), device->link->index); });
     std::vector<std::string> order;
     for (const auto *device : services)
-        order.push_back(std::string(servicePrefix) + device->link->name);
+        order.push_back(serviceIDForDevice(device->link->name));
     return order;
 }
 

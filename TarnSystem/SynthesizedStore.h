@@ -59,6 +59,9 @@ private:
     std::unordered_map<std::string_view, std::size_t> byName_;
 };
 
+/// The identifier of the service on a device.
+std::string serviceIDForDevice(std::string_view device);
+
 /// The flag word of an IPv6Address for the kernel's IFA_F_* (linux/if_addr.h).
 std::int64_t ipv6FlagsFromLinux(std::uint32_t flags);
 

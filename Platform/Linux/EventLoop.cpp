@@ -45,6 +45,16 @@ EventLoop::~EventLoop() {
     close(wakeUp_);
 }
 
+LoopSource EventLoop::whenReadable(int descriptor, std::function<void()> &ready) {
+    const auto call = [](sd_event_source *, int, std::uint32_t, void *data) {
+        (*static_cast<std::function<void()> *>(data))();
+        return 0;
+    };
+    sd_event_source *source = nullptr;
+    check(sd_event_add_io(event_, &source, descriptor, EPOLLIN, call, &ready), "sd_event_add_io");
+    return LoopSource(source);
+}
+
 void EventLoop::post(Job job) {
     {
         const std::lock_guard guard(lock_);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <systemd/sd-event.h>
@@ -11,6 +12,12 @@
 #include <unordered_map>
 
 namespace tarn {
+
+struct LoopSourceRelease {
+    void operator()(sd_event_source *source) const { sd_event_source_disable_unref(source); }
+};
+/// Something that the loop waits for. Nothing is called any more once it is gone.
+using LoopSource = std::unique_ptr<sd_event_source, LoopSourceRelease>;
 
 /// The main actor on an sd-event loop. The thread that makes it is the main thread.
 class EventLoop final : public MainActor {
@@ -20,6 +27,9 @@ public:
 
     /// For adapters that wait for descriptors. Owned by this object.
     sd_event *event() const { return event_; }
+    /// Calls `ready` on the main thread whenever the descriptor has something to read, until the
+    /// source is destroyed, which `ready` itself must not do. Throws std::system_error.
+    LoopSource whenReadable(int descriptor, std::function<void()> &ready);
 
     bool isCurrent() const override { return std::this_thread::get_id() == thread_; }
     TimePoint now() const override { return std::chrono::steady_clock::now(); }

@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t largestFile = 1 << 20;
 
+constexpr const char *resolvConf = "/etc/resolv.conf";
+
 // systemd-networkd, NetworkManager, dhclient on Debian and on Fedora.
 constexpr std::array leaseFolders = {"/run/systemd/netif/leases", "/var/lib/NetworkManager", "/var/lib/dhcp",
                                      "/var/lib/dhclient"};
@@ -85,7 +87,7 @@ bool LinuxNetwork::takePicture() {
     if (auto servers = bus_.networkManagerServers(visibility_))
         picture.networkManagerServers = *std::move(servers);
     readLeases(picture);
-    if (const auto file = files::read("/etc/resolv.conf", largestFile); file.contents)
+    if (const auto file = files::read(resolvConf, largestFile); file.contents)
         picture.resolvConfServers = resolvConfServers(*file.contents);
     else
         visibility_.resolverFileHidden = !file.failure.isMissing;
@@ -119,6 +121,12 @@ void LinuxNetwork::readLeases(NetworkPicture &picture) {
                     picture.leases.push_back(std::move(lease));
         }
     }
+}
+
+std::vector<std::string> LinuxNetwork::resolverFiles() {
+    std::vector<std::string> paths(leaseFolders.begin(), leaseFolders.end());
+    paths.emplace_back(resolvConf);
+    return paths;
 }
 
 std::unique_ptr<DynamicStore> LinuxNetwork::openStore() {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarn {
 
@@ -29,6 +30,9 @@ public:
     /// What of the last picture could be asked.
     SystemVisibility visibility() const { return visibility_; }
     SystemBus &bus() { return bus_; }
+
+    /// The files, and the folders of files, from which a picture is made beside the kernel's tables.
+    static std::vector<std::string> resolverFiles();
 
     std::unique_ptr<DynamicStore> openStore();
     std::unique_ptr<NetworkPreferences> openPreferences();

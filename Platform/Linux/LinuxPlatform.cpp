@@ -2,6 +2,7 @@
 #include "Platform/Linux/LinuxLog.h"
 #include "Platform/Linux/LinuxNetwork.h"
 #include "Platform/Linux/LinuxRandom.h"
+#include "Platform/Linux/LinuxStoreWatch.h"
 #include "Platform/Linux/LinuxWiFi.h"
 #include "Platform/Linux/ResourceStrings.h"
 #include "Platform/Linux/UdpNetwork.h"
@@ -9,6 +10,8 @@
 #include "TarnSystem/JsonPreferences.h"
 
 #include <cstdlib>
+#include <system_error>
+#include <utility>
 
 namespace tarn {
 namespace {
@@ -50,6 +53,14 @@ public:
     }
     std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &) override {
         return network_.openPreferences();
+    }
+    std::unique_ptr<DynamicStoreWatch> watchDynamicStore(const std::string &,
+                                                         DynamicStoreWatch::Callback callback) override {
+        try {
+            return std::make_unique<LinuxStoreWatch>(loop_, std::move(callback));
+        } catch (const std::system_error &) {
+            return nullptr;
+        }
     }
     SystemVisibility visibility() const override { return network_.visibility(); }
 

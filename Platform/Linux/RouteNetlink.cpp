@@ -2,6 +2,7 @@
 
 #include "TarnSystem/Descriptor.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -147,6 +148,31 @@ void addRoute(NetworkPicture &picture, const nlmsghdr *message) {
     }
 }
 
+/// A socket that hears of every change of links, addresses and routes; none when it cannot be had.
+Descriptor openListening(int flags) {
+    Descriptor descriptor(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | flags, NETLINK_ROUTE));
+    sockaddr_nl own{};
+    own.nl_family = AF_NETLINK;
+    own.nl_groups =
+        RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
+    if (bind(descriptor.get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0)
+        return Descriptor();
+    return descriptor;
+}
+
+/// Whether news may be of something that is read. Routers take in routes by the thousand, and
+/// radios report each of their scans as news of their link.
+bool mayMatter(const nlmsghdr *message) {
+    if (message->nlmsg_type == RTM_NEWROUTE || message->nlmsg_type == RTM_DELROUTE)
+        return static_cast<const rtmsg *>(NLMSG_DATA(message))->rtm_dst_len == 0;
+    if (message->nlmsg_type != RTM_NEWLINK)
+        return true;
+    bool isWirelessEvent = false;
+    forEachAttribute(IFLA_RTA(NLMSG_DATA(message)), IFLA_PAYLOAD(message),
+                     [&](const rtattr *, int type) { isWirelessEvent |= type == IFLA_WIRELESS; });
+    return !isWirelessEvent;
+}
+
 /// One attempt: a socket that listens for changes while it asks for the three lists.
 class Reading {
 public:
@@ -181,17 +207,13 @@ public:
 
 private:
     bool openSocket() {
-        socket_ = Descriptor(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+        socket_ = openListening(0);
         if (!socket_)
             return false;
         // With strict checking the kernel filters routes by table and type.
         const int on = 1;
         setsockopt(socket_.get(), SOL_NETLINK, NETLINK_GET_STRICT_CHK, &on, sizeof on);
-        sockaddr_nl own{};
-        own.nl_family = AF_NETLINK;
-        own.nl_groups =
-            RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
-        return bind(socket_.get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0;
+        return true;
     }
 
     template <class Body> bool dump(std::uint16_t type, const Body &body) {
@@ -289,6 +311,29 @@ RouteNetlink::Result RouteNetlink::read(NetworkPicture &picture) {
             return Result::settled;
     }
     return Result::unsettled;
+}
+
+Descriptor RouteNetlink::subscribe() {
+    return openListening(SOCK_NONBLOCK);
+}
+
+bool RouteNetlink::takeNews(const Descriptor &subscription) {
+    constexpr int mostMessages = 256;
+    const std::unique_ptr<char[]> buffer(new char[bufferSize]);
+    bool isWorthReading = false;
+    for (int i = 0; i < mostMessages; ++i) {
+        const auto size = recv(subscription.get(), buffer.get(), bufferSize, 0);
+        if (size < 0 && errno == EINTR)
+            continue;
+        if (size < 0 && errno != ENOBUFS)
+            break;
+        isWorthReading = isWorthReading || size < 0;
+        auto remaining = static_cast<std::size_t>(std::max<ssize_t>(size, 0));
+        for (const auto *message = reinterpret_cast<const nlmsghdr *>(buffer.get());
+             !isWorthReading && NLMSG_OK(message, remaining); message = NLMSG_NEXT(message, remaining))
+            isWorthReading = mayMatter(message);
+    }
+    return isWorthReading;
 }
 
 } // namespace tarn

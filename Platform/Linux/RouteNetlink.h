@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TarnSystem/Descriptor.h"
 #include "TarnSystem/NetworkPicture.h"
 
 namespace tarn {
@@ -17,6 +18,13 @@ public:
 
     /// Fills links, addresses and routes. A reading during which anything changed is taken again.
     static Result read(NetworkPicture &picture);
+
+    /// A non-blocking socket to which the kernel tells changes of what read() reads; none when
+    /// it cannot be had.
+    static Descriptor subscribe();
+    /// Takes what has been told so far, a bounded amount in one call. True when a new reading may
+    /// differ: also when the kernel had to drop news (ENOBUFS).
+    static bool takeNews(const Descriptor &subscription);
 };
 
 } // namespace tarn

@@ -6,10 +6,13 @@
 #include "Platform/macOS/DispatchMainActor.h"
 #include "Platform/macOS/MacDatagramNetwork.h"
 #include "Platform/macOS/MacDynamicStore.h"
+#include "Platform/macOS/MacDynamicStoreWatch.h"
 #include "Platform/macOS/MacInterfaceLookup.h"
 #include "Platform/macOS/MacNetworkPreferences.h"
 #include "Platform/macOS/MacSecureRandom.h"
 #include "Platform/macOS/UnifiedLog.h"
+
+#include <utility>
 
 namespace tarn {
 namespace {
@@ -30,6 +33,10 @@ public:
     }
     std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &clientName) override {
         return openMacNetworkPreferences(clientName);
+    }
+    std::unique_ptr<DynamicStoreWatch> watchDynamicStore(const std::string &clientName,
+                                                         DynamicStoreWatch::Callback callback) override {
+        return openMacDynamicStoreWatch(clientName, std::move(callback));
     }
 
     SystemVisibility visibility() const override { return {}; }

@@ -16,6 +16,9 @@ namespace fs = std::filesystem;
 constexpr std::uint32_t changes = IN_CLOSE_WRITE | IN_ATTRIB | IN_CREATE | IN_DELETE | IN_DELETE_SELF |
                                   IN_MOVE_SELF | IN_MOVED_FROM | IN_MOVED_TO;
 
+// A chain of links that does not end is no path.
+constexpr int mostLinks = 8;
+
 } // namespace
 
 FileWatch::FileWatch(EventLoop &loop, std::vector<std::string> paths,
@@ -29,16 +32,23 @@ FileWatch::FileWatch(EventLoop &loop, std::vector<std::string> paths,
 }
 
 void FileWatch::watchAll() {
+    const auto before = std::exchange(interests_, {});
     for (const auto &path : paths_) {
-        watchPath(path);
-        // Where it leads to, if it is a link; that file may be replaced or not be there yet.
-        std::error_code error;
-        if (const auto target = fs::weakly_canonical(path, error); !error && target != path)
-            watchPath(target);
+        fs::path next = path;
+        for (int link = 0; link < mostLinks && !next.empty(); ++link) {
+            watchPath(next);
+            // Where a link leads to; that file may be replaced or not be there yet.
+            std::error_code error;
+            const auto target = fs::read_symlink(next, error);
+            next = error ? fs::path() : (next.parent_path() / target).lexically_normal();
+        }
     }
+    for (const auto &[watch, interest] : before)
+        if (!interests_.contains(watch))
+            inotify_rm_watch(inotify_.get(), watch);
 }
 
-void FileWatch::watchPath(const std::string &path) {
+void FileWatch::watchPath(const fs::path &path) {
     const int own = inotify_add_watch(inotify_.get(), path.c_str(), changes);
     if (own >= 0) {
         std::error_code error;

@@ -3,6 +3,7 @@
 #include "Platform/Linux/EventLoop.h"
 #include "TarnSystem/Descriptor.h"
 
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <set>
@@ -37,7 +38,7 @@ private:
     };
 
     void watchAll();
-    void watchPath(const std::string &path);
+    void watchPath(const std::filesystem::path &path);
     void readEvents();
 
     std::vector<std::string> paths_;

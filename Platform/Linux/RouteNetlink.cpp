@@ -322,12 +322,13 @@ bool RouteNetlink::takeNews(const Descriptor &subscription) {
     const std::unique_ptr<char[]> buffer(new char[bufferSize]);
     bool isWorthReading = false;
     for (int i = 0; i < mostMessages; ++i) {
-        const auto size = recv(subscription.get(), buffer.get(), bufferSize, 0);
+        const auto size = recv(subscription.get(), buffer.get(), bufferSize, MSG_TRUNC);
         if (size < 0 && errno == EINTR)
             continue;
         if (size < 0 && errno != ENOBUFS)
             break;
-        isWorthReading = isWorthReading || size < 0;
+        // What was dropped or cut may have been anything.
+        isWorthReading = isWorthReading || size < 0 || static_cast<std::size_t>(size) > bufferSize;
         auto remaining = static_cast<std::size_t>(std::max<ssize_t>(size, 0));
         for (const auto *message = reinterpret_cast<const nlmsghdr *>(buffer.get());
              !isWorthReading && NLMSG_OK(message, remaining); message = NLMSG_NEXT(message, remaining))

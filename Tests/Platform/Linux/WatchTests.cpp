@@ -1,6 +1,7 @@
 // What the event source tells of a kernel's own devices, of files, and of services on a bus.
 
-#include "Platform/Linux/RouteNetlink.h"
+#include "Platform/Linux/EventLoop.h"
+#include "Platform/Linux/FileWatch.h"
 #include "Platform/Platform.h"
 #include "Support/NetworkLab.h"
 #include "TarnSystem/SCDynamicStoreEventSource.h"
@@ -207,6 +208,41 @@ TEST_F(Watching, ServicesOnABusThatComesAndGoes) {
                 lab().run("rm -rf /run/lab/bus");
             },
             keys, "bus's end");
+    }
+}
+
+TEST_F(Watching, FilesAreFollowedThroughLinksAndMissingFolders) {
+    EventLoop loop;
+    int times = 0;
+    FileWatch files(
+        loop, {"/run/lab/etc/conf", "/run/lab/leases"},
+        [](std::string_view name) { return name.starts_with("lease"); }, [&] { ++times; });
+    const std::vector<std::pair<std::string, bool>> steps = {
+        {"mkdir /run/lab/etc /run/lab/other", true},
+        {"echo >etc/else; echo >other/conf", false},
+        {"ln -s ../run/deep/conf etc/conf", true},
+        {"mkdir -p run/deep", true},
+        {"echo >run/deep/conf", true},
+        {"cat run/deep/conf; echo >run/deep/else", false},
+        {"echo >>run/deep/conf", true},
+        {"echo >run/new; mv run/new run/deep/conf", true},
+        {"echo >>run/deep/conf", true},
+        {"ln -sf /run/lab/other/conf etc/conf", true},
+        {"echo >>other/conf", true},
+        {"rm -r run", false},
+        {"rm etc/conf; echo >etc/conf", true},
+        {"mkdir leases", true},
+        {"echo >leases/timestamps", false},
+        {"echo >leases/lease1", true},
+        {"rm -r leases; mkdir leases; echo >leases/lease2", true},
+        {"rm -r etc", true},
+    };
+    for (const auto &[commands, isTold] : steps) {
+        times = 0;
+        lab().run("cd /run/lab; " + commands);
+        loop.postAfter(20ms, [&] { loop.stop(); });
+        loop.run();
+        EXPECT_EQ(times > 0, isTold) << commands;
     }
 }
 

@@ -4,15 +4,18 @@
 #include "TarnSystem/DatagramConnection.h"
 #include "TarnSystem/DynamicStore.h"
 #include "TarnSystem/DynamicStoreWatch.h"
+#include "TarnSystem/KernelTables.h"
 #include "TarnSystem/Log.h"
 #include "TarnSystem/MainActor.h"
 #include "TarnSystem/NetworkPreferences.h"
 #include "TarnSystem/Preferences.h"
+#include "TarnSystem/ProcessLauncher.h"
 #include "TarnSystem/SecureRandom.h"
 #include "TarnSystem/SystemVisibility.h"
 #include "TarnSystem/WiFiClient.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace tarn {
@@ -30,6 +33,11 @@ public:
     virtual SecureRandom &random() = 0;
     virtual Preferences &preferences() = 0;
     virtual WiFiClient &wifi() = 0;
+    /// Path of the program that switches Wi-Fi where `wifi` does not do it, as WiFiController takes
+    /// it; absent on a system without one.
+    virtual std::optional<std::string> wifiPowerTool() = 0;
+    virtual KernelTables &kernelTables() = 0;
+    virtual ProcessLauncher &processes() = 0;
     virtual InterfaceLookup &interfaceLookup() = 0;
     virtual DatagramNetwork &datagrams() = 0;
     virtual const LocalizedStrings &strings() = 0;
@@ -37,6 +45,9 @@ public:
     /// Opens a session under the client's name; null when the system refuses one.
     virtual std::unique_ptr<DynamicStore> openDynamicStore(const std::string &clientName) = 0;
     virtual std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &clientName) = 0;
+    /// The same for changes. May be opened and used on any one thread.
+    virtual std::unique_ptr<NetworkPreferencesEditor>
+    openNetworkPreferencesEditor(const std::string &clientName) = 0;
     virtual std::unique_ptr<DynamicStoreWatch> watchDynamicStore(const std::string &clientName,
                                                                  DynamicStoreWatch::Callback callback) = 0;
 

@@ -1,5 +1,6 @@
 #include "TarnCore/Text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -78,6 +79,40 @@ Decimal shortestDecimal(double number) {
     return rounded(magnitude, std::numeric_limits<double>::max_digits10 - 1);
 }
 
+constexpr std::string_view replacement = "\uFFFD";
+
+struct Character {
+    char32_t code;
+    std::size_t size;
+};
+
+/// The character at the front of a text that is not empty; none when there is no whole one.
+std::optional<Character> firstCharacter(std::string_view text) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const char32_t first = byte(0);
+    if (first < 0x80)
+        return Character{first, 1};
+    const std::size_t size = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    if (first < 0xC2 || first > 0xF4 || text.size() < size)
+        return std::nullopt;
+    char32_t code = first & (0x7Fu >> size);
+    for (std::size_t i = 1; i < size; ++i) {
+        if ((byte(i) & 0xC0) != 0x80)
+            return std::nullopt;
+        code = code << 6 | (byte(i) & 0x3Fu);
+    }
+    const bool isOverlong = (size == 3 && code < 0x800) || (size == 4 && code < 0x10000);
+    if (isOverlong || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF)
+        return std::nullopt;
+    return Character{code, size};
+}
+
+// Unicode, categories Cc, Zl and Zp, and the property Bidi_Control.
+bool disturbsLine(char32_t code) {
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x61C || code == 0x200E ||
+           code == 0x200F || (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+}
+
 } // namespace
 
 std::optional<std::int64_t> parseInteger(std::string_view text) {
@@ -118,6 +153,47 @@ std::optional<std::string_view> nextPiece(std::string_view &rest, char separator
     const auto piece = rest.substr(0, rest.find(separator));
     rest.remove_prefix(piece.size());
     return piece;
+}
+
+bool isUTF8(std::string_view text) {
+    while (!text.empty()) {
+        const auto character = firstCharacter(text);
+        if (!character)
+            return false;
+        text.remove_prefix(character->size);
+    }
+    return true;
+}
+
+std::string withValidUTF8(std::string_view bytes) {
+    std::string text;
+    while (!bytes.empty()) {
+        const auto character = firstCharacter(bytes);
+        const auto size = character ? character->size : 1;
+        text += character ? bytes.substr(0, size) : replacement;
+        bytes.remove_prefix(size);
+    }
+    return text;
+}
+
+std::string printable(std::string_view text) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string result;
+    while (!text.empty()) {
+        const auto character = firstCharacter(text);
+        const auto size = character ? character->size : 1;
+        if (!character) {
+            result += replacement;
+        } else if (disturbsLine(character->code)) {
+            result += "\\u";
+            for (int shift = 12; shift >= 0; shift -= 4)
+                result += digits[character->code >> shift & 0xF];
+        } else {
+            result += text.substr(0, size);
+        }
+        text.remove_prefix(size);
+    }
+    return result;
 }
 
 } // namespace tarn::text

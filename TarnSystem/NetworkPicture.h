@@ -59,6 +59,16 @@ struct NetworkPicture {
         unsigned link = 0;
         std::string device;
         std::vector<std::string> addresses;
+        /// Domains whose names are asked of these servers.
+        std::vector<std::string> domains = {};
+    };
+    /// A device that NetworkManager manages.
+    struct Managed {
+        std::string device;
+        /// The active profile's name for people; empty when no profile is active.
+        std::string profile;
+        /// We disabled its service, and nobody has enabled it since.
+        bool isDisabled = false;
     };
 
     std::vector<Link> links;
@@ -69,6 +79,7 @@ struct NetworkPicture {
     std::vector<Servers> resolvedServers;
     std::vector<Servers> networkManagerServers;
     std::vector<std::string> resolvConfServers;
+    std::vector<Managed> managed;
     /// When the picture was taken, in seconds since 1970.
     std::int64_t takenAt = 0;
 };

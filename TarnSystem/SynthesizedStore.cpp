@@ -47,6 +47,29 @@ bool canBeAsked(const std::string &server) {
     return address && !address->isOwnHost();
 }
 
+// The same one may stand on several links.
+std::string withZone(const std::string &server, const std::string &device) {
+    const auto address = addressOf(server);
+    const bool isLinkLocal =
+        address->isIPv6 && address->bytes[0] == 0xFE && (address->bytes[1] & 0xC0) == 0x80;
+    return isLinkLocal && zoneOf(server).empty() ? server + "%" + device : server;
+}
+
+void addNew(std::vector<std::string> &list, std::string entry) {
+    if (std::ranges::find(list, entry) == list.end())
+        list.push_back(std::move(entry));
+}
+
+// NetworkManager marks a domain that is for routing alone with "~", and both resolvers write "."
+// for all names, which selects none.
+std::string_view matchDomain(std::string_view domain) {
+    if (domain.starts_with('~'))
+        domain.remove_prefix(1);
+    if (domain.ends_with('.'))
+        domain.remove_suffix(1);
+    return domain;
+}
+
 std::string key(std::string_view area, std::string_view name, std::string_view entity) {
     return std::string("State:/Network/").append(area).append("/").append(name).append("/").append(entity);
 }
@@ -122,6 +145,7 @@ SynthesizedStore::SynthesizedStore(NetworkPicture picture) : picture_(std::move(
     assignAddressesAndRoutes();
     assignLeases();
     assignServers();
+    assignManaged();
 }
 
 void SynthesizedStore::assignAddressesAndRoutes() {
@@ -153,36 +177,55 @@ void SynthesizedStore::assignLeases() {
 
 void SynthesizedStore::assignServers() {
     // The first source that knows a server for a device counts, with everything that it says of it.
-    using Gathered = std::unordered_map<Device *, std::vector<std::string>>;
+    struct Told {
+        std::vector<std::string> servers;
+        std::vector<std::string> domains;
+    };
+    using Gathered = std::unordered_map<Device *, Told>;
     const auto isOwnAddress = [this](const std::string &server) {
         return std::ranges::find(picture_.addresses, addressOf(server), &NetworkPicture::Address::address) !=
                picture_.addresses.end();
     };
-    const auto add = [&](std::vector<std::string> &list, const std::vector<std::string> &servers) {
+    const auto add = [&](std::vector<std::string> &list, const std::vector<std::string> &servers,
+                         const Device *device) {
         for (const auto &server : servers)
-            if (canBeAsked(server) && !isOwnAddress(server) && std::ranges::find(list, server) == list.end())
-                list.push_back(server);
+            if (canBeAsked(server) && !isOwnAddress(server))
+                addNew(list, device ? withZone(server, device->link->name) : server);
+    };
+    const auto gather = [&](Gathered &source, const NetworkPicture::Servers &entry) {
+        auto *device = deviceFor(entry.link, entry.device);
+        if (!device)
+            return;
+        add(source[device].servers, entry.addresses, device);
+        for (const auto &domain : entry.domains)
+            if (const auto name = matchDomain(domain); !name.empty())
+                addNew(source[device].domains, std::string(name));
     };
     const auto assign = [](Gathered &source) {
-        for (auto &[device, servers] : source)
-            if (device && device->dnsServers.empty())
-                device->dnsServers = std::move(servers);
+        for (auto &[device, told] : source)
+            if (device->dnsServers.empty() && !told.servers.empty()) {
+                device->dnsServers = std::move(told.servers);
+                device->domains = std::move(told.domains);
+            }
     };
     Gathered resolved;
     Gathered manager;
     Gathered leases;
     std::vector<std::string> common;
     for (const auto &entry : picture_.resolvedServers)
-        add(entry.link == 0 ? common : resolved[deviceFor(entry.link, {})], entry.addresses);
+        if (entry.link == 0)
+            add(common, entry.addresses, nullptr);
+        else
+            gather(resolved, entry);
     for (const auto &entry : picture_.networkManagerServers)
-        add(manager[deviceFor(entry.link, entry.device)], entry.addresses);
+        gather(manager, entry);
     for (auto &device : devices_)
         if (device.lease)
-            add(leases[&device], device.lease->dnsServers);
+            add(leases[&device].servers, device.lease->dnsServers, &device);
     for (auto *source : {&resolved, &manager, &leases})
         assign(*source);
 
-    add(common, picture_.resolvConfServers);
+    add(common, picture_.resolvConfServers, nullptr);
     std::vector<bool> wanting;
     for (const auto &device : devices_)
         wanting.push_back(device.hasService && device.dnsServers.empty());
@@ -205,8 +248,14 @@ void SynthesizedStore::assignServers() {
         }
         for (std::size_t i = 0; i < devices_.size(); ++i)
             if (wanting[i] && (isOwn[i] || (!isSomeones && zone.empty())))
-                devices_[i].dnsServers.push_back(server);
+                addNew(devices_[i].dnsServers, withZone(server, devices_[i].link->name));
     }
+}
+
+void SynthesizedStore::assignManaged() {
+    for (const auto &managed : picture_.managed)
+        if (auto *device = deviceFor(0, managed.device))
+            device->managed = &managed;
 }
 
 SynthesizedStore::Device *SynthesizedStore::deviceFor(unsigned index, std::string_view name) {
@@ -218,11 +267,11 @@ SynthesizedStore::Device *SynthesizedStore::deviceFor(unsigned index, std::strin
     return found == byName_.end() ? nullptr : &devices_[found->second];
 }
 
-const SynthesizedStore::Device *SynthesizedStore::deviceOfService(std::string_view serviceID) const {
+const SynthesizedStore::Device *SynthesizedStore::deviceOfID(std::string_view serviceID) const {
     if (!serviceID.starts_with(servicePrefix))
         return nullptr;
     const auto found = byName_.find(serviceID.substr(servicePrefix.size()));
-    return found == byName_.end() || !devices_[found->second].hasService ? nullptr : &devices_[found->second];
+    return found == byName_.end() ? nullptr : &devices_[found->second];
 }
 
 std::vector<std::string> SynthesizedStore::keys(std::string_view pattern) const {
@@ -235,8 +284,7 @@ std::vector<std::string> SynthesizedStore::keys(std::string_view pattern) const 
     };
     for (const auto &device : devices_) {
         addExisting("Interface", device.link->name, interfaceEntities);
-        if (device.hasService)
-            addExisting("Service", serviceIDForDevice(device.link->name), serviceEntities);
+        addExisting("Service", serviceIDForDevice(device.link->name), serviceEntities);
     }
     return result;
 }
@@ -254,7 +302,7 @@ std::optional<Value> SynthesizedStore::value(std::string_view wanted) const {
         const auto found = byName_.find(*name);
         return found == byName_.end() ? std::nullopt : interfaceValue(devices_[found->second], *entity);
     }
-    const auto *device = area == "Service" ? deviceOfService(*name) : nullptr;
+    const auto *device = area == "Service" ? deviceOfID(*name) : nullptr;
     return device ? serviceValue(*device, *entity) : std::nullopt;
 }
 
@@ -279,6 +327,8 @@ std::optional<Value> SynthesizedStore::interfaceValue(const Device &device, std:
 }
 
 std::optional<Value> SynthesizedStore::serviceValue(const Device &device, std::string_view entity) const {
+    if (!device.hasService && (entity != "DNS" || device.domains.empty()))
+        return std::nullopt;
     if (entity == "IPv4" || entity == "IPv6") {
         const auto *route = entity == "IPv4" ? device.route4 : device.route6;
         if (!route)
@@ -287,9 +337,12 @@ std::optional<Value> SynthesizedStore::serviceValue(const Device &device, std::s
     }
     if (entity == "DHCP" && device.lease)
         return Value(Value::Dictionary());
-    if (entity == "DNS" && !device.dnsServers.empty())
-        return Value::Dictionary{{"ServerAddresses", Value::strings(device.dnsServers)}};
-    return std::nullopt;
+    if (entity != "DNS" || device.dnsServers.empty())
+        return std::nullopt;
+    Value::Dictionary entries{{"ServerAddresses", Value::strings(device.dnsServers)}};
+    if (!device.domains.empty())
+        entries.emplace_back("SupplementalMatchDomains", Value::strings(device.domains));
+    return entries;
 }
 
 std::vector<std::string> SynthesizedStore::serviceOrder() const {
@@ -306,8 +359,8 @@ std::vector<std::string> SynthesizedStore::serviceOrder() const {
 }
 
 std::optional<NetworkService> SynthesizedStore::service(std::string_view serviceID) const {
-    const auto *device = deviceOfService(serviceID);
-    if (!device)
+    const auto *device = deviceOfID(serviceID);
+    if (!device || !device->hasService)
         return std::nullopt;
     const auto &link = *device->link;
     NetworkService service;
@@ -318,8 +371,9 @@ std::optional<NetworkService> SynthesizedStore::service(std::string_view service
         service.interfaceDisplayName = link.alias;
     if (!link.driver.empty())
         service.driver = link.driver;
-    service.name = link.name;
-    service.enabled = true;
+    const auto *managed = device->managed;
+    service.name = managed && !managed->profile.empty() ? managed->profile : link.name;
+    service.enabled = !managed || !managed->isDisabled;
     return service;
 }
 

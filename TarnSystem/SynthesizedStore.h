@@ -17,8 +17,12 @@ namespace tarn {
 /// its kernel tells. One value is one moment.
 ///
 /// Every device but the loopback has a link key. A service exists for each device that counts
-/// as Ethernet and for each wireless one; its identifier follows from the device's name. The
-/// service order is by the metric of the default route, then by index.
+/// as Ethernet and for each wireless one; its identifier follows from the device's name. It has
+/// the name of NetworkManager's active profile, else the device's, and is enabled unless we
+/// disabled it. The service order is by the metric of the default route, then by index.
+///
+/// A DNS key also has "SupplementalMatchDomains" where its servers are for the names of some
+/// domains. A device without a service, such as a VPN's, has one if these are there.
 class SynthesizedStore {
 public:
     explicit SynthesizedStore(NetworkPicture picture);
@@ -41,6 +45,8 @@ private:
         const NetworkPicture::DefaultRoute *route6 = nullptr;
         const DHCPLease *lease = nullptr;
         std::vector<std::string> dnsServers;
+        std::vector<std::string> domains;
+        const NetworkPicture::Managed *managed = nullptr;
 
         std::uint32_t metric() const;
     };
@@ -48,8 +54,10 @@ private:
     void assignAddressesAndRoutes();
     void assignLeases();
     void assignServers();
+    void assignManaged();
     Device *deviceFor(unsigned index, std::string_view name);
-    const Device *deviceOfService(std::string_view serviceID) const;
+    /// The device from whose name the identifier follows, with or without a service.
+    const Device *deviceOfID(std::string_view serviceID) const;
     std::optional<Value> interfaceValue(const Device &device, std::string_view entity) const;
     std::optional<Value> serviceValue(const Device &device, std::string_view entity) const;
 

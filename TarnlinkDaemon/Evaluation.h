@@ -6,6 +6,9 @@
 #include "TarnSystem/SystemStateReading.h"
 #include "TarnSystem/SystemVisibility.h"
 #include "TarnSystem/Task.h"
+#include "TarnSystem/VPNDetector.h"
+#include "TarnSystem/VPNSplitDNS.h"
+#include "TarnSystem/WiFiDetails.h"
 
 #include <optional>
 #include <string>
@@ -26,6 +29,10 @@ struct Evaluation {
     std::vector<InterfaceSnapshot> interfaces;
     /// Absent when there is no Wi-Fi interface.
     std::optional<bool> wifiPower;
+    /// Absent without Wi-Fi and while it is off.
+    std::optional<WiFiDetails> wifi;
+    std::optional<VPNDetector::Tunnel> vpn;
+    std::vector<VPNSplitDNS::Suspect> shadowedResolvers;
     /// In the order in which they were sent.
     std::vector<ProbeRecord> probes;
     Decision decision;

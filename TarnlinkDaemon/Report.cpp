@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tarn::report {
@@ -23,7 +24,11 @@ std::size_t width(const std::string &text) {
 }
 
 /// Columns as wide as their widest line; a cell may have several lines.
-std::string table(const std::vector<Row> &rows) {
+std::string table(std::vector<Row> rows) {
+    // Before they are measured: names come from outside.
+    for (auto &row : rows)
+        for (auto &cell : row)
+            std::ranges::transform(cell, cell.begin(), text::printable);
     std::vector<std::size_t> widths(rows.front().size());
     for (const auto &row : rows)
         for (std::size_t column = 0; column < row.size(); ++column)
@@ -85,6 +90,56 @@ std::string service(const InterfaceSnapshot &snapshot) {
     if (!snapshot.serviceID)
         return "-";
     return snapshot.serviceEnabled ? snapshot.serviceName : snapshot.serviceName + " (disabled)";
+}
+
+bool hasWiFi(const Evaluation &evaluation) {
+    return std::ranges::find(evaluation.interfaces, InterfaceKind::wifi, &InterfaceSnapshot::kind) !=
+           evaluation.interfaces.end();
+}
+
+/// In quotation marks, so that it is plain where it ends.
+std::string quoted(std::string_view name) {
+    std::string text = "\"";
+    for (const char c : name) {
+        if (c == '"' || c == '\\')
+            text += '\\';
+        text += c;
+    }
+    return text + "\"";
+}
+
+std::string_view name(WiFiDetails::Band band) {
+    switch (band) {
+    case WiFiDetails::Band::ghz2_4:
+        return "2.4 GHz";
+    case WiFiDetails::Band::ghz5:
+        return "5 GHz";
+    case WiFiDetails::Band::ghz6:
+        break;
+    }
+    return "6 GHz";
+}
+
+std::string describeWiFi(const Evaluation &evaluation) {
+    if (!evaluation.wifiPower)
+        return hasWiFi(evaluation) ? "power unknown" : "none";
+    if (!*evaluation.wifiPower)
+        return "off";
+    std::string text = "on";
+    const auto details = evaluation.wifi.value_or(WiFiDetails());
+    if (details.ssid)
+        text += ", network " + quoted(*details.ssid);
+    if (details.band)
+        text += ", " + std::string(name(*details.band));
+    if (details.channel)
+        text += ", channel " + std::to_string(*details.channel);
+    if (details.rssi)
+        text += ", " + std::to_string(*details.rssi) + " dBm";
+    return text;
+}
+
+std::string describe(const VPNSplitDNS::Suspect &suspect) {
+    return suspect.domain + " by " + suspect.server + " on " + suspect.device;
 }
 
 double milliseconds(double latency) {
@@ -172,13 +227,11 @@ std::vector<std::string> notSeen(const Evaluation &evaluation) {
     }
     if (visibility.systemBus != Source::notUsed)
         lines.emplace_back("services and their order are the kernel's view");
-    if (!evaluation.wifiPower) {
-        const bool hasWiFi = std::ranges::find(evaluation.interfaces, InterfaceKind::wifi,
-                                               &InterfaceSnapshot::kind) != evaluation.interfaces.end();
+    if (!evaluation.wifiPower)
         lines.emplace_back(
-            hasWiFi ? "the power of Wi-Fi cannot be read: it counts as on"
-                    : "no Wi-Fi interface: its power counts as on, and switching it has nothing to do");
-    }
+            hasWiFi(evaluation)
+                ? "the power of Wi-Fi cannot be read: it counts as on"
+                : "no Wi-Fi interface: its power counts as on, and switching it has nothing to do");
     if (visibility.devicesHidden)
         lines.emplace_back(
             "a device that may be a cable or a radio is left out, because /sys does not show it");
@@ -191,10 +244,11 @@ std::vector<std::string> notSeen(const Evaluation &evaluation) {
     return lines;
 }
 
+template <class T> Value optional(const std::optional<T> &value) {
+    return value ? Value(*value) : Value();
+}
+
 Value encoded(const InterfaceSnapshot &snapshot) {
-    const auto optional = [](const std::optional<std::string> &text) {
-        return text ? Value(*text) : Value();
-    };
     Value::Array ipv6;
     for (const auto &address : snapshot.ipv6)
         ipv6.push_back(Value::Dictionary{{"address", address.address}, {"flags", address.flags}});
@@ -204,7 +258,7 @@ Value encoded(const InterfaceSnapshot &snapshot) {
         {"serviceID", optional(snapshot.serviceID)},
         {"serviceName", snapshot.serviceName},
         {"serviceEnabled", snapshot.serviceEnabled},
-        {"serviceOrderIndex", snapshot.serviceOrderIndex ? Value(*snapshot.serviceOrderIndex) : Value()},
+        {"serviceOrderIndex", optional(snapshot.serviceOrderIndex)},
         {"linkActive", snapshot.linkActive},
         {"ipv4", Value::strings(snapshot.ipv4)},
         {"ipv6", std::move(ipv6)},
@@ -214,6 +268,26 @@ Value encoded(const InterfaceSnapshot &snapshot) {
         {"dnsServers", Value::strings(snapshot.dnsServers)},
         {"isTethering", snapshot.isTethering},
     };
+}
+
+Value encodedWiFi(const Evaluation &evaluation) {
+    const auto details = evaluation.wifi.value_or(WiFiDetails());
+    return Value::Dictionary{
+        {"power", optional(evaluation.wifiPower)},
+        {"ssid", optional(details.ssid)},
+        {"band", details.band ? Value(std::string(rawValue(*details.band))) : Value()},
+        {"channel", optional(details.channel)},
+        {"rssi", optional(details.rssi)},
+    };
+}
+
+Value encoded(const VPNDetector::Tunnel &tunnel) {
+    return Value::Dictionary{{"device", tunnel.device}, {"address", tunnel.address}};
+}
+
+Value encoded(const VPNSplitDNS::Suspect &suspect) {
+    return Value::Dictionary{
+        {"device", suspect.device}, {"domain", suspect.domain}, {"server", suspect.server}};
 }
 
 Value encoded(const ProbeRecord &probe) {
@@ -269,23 +343,35 @@ std::string asText(const Evaluation &evaluation) {
                         orDash(routers(snapshot)),
                         orDash(snapshot.dnsServers)});
 
-    std::string text = evaluation.config.describe() + "\n\ninterfaces:\n";
-    text += evaluation.interfaces.empty() ? "  none\n" : table(rows);
+    std::string text;
+    // What others named must not look like lines of ours.
+    const auto add = [&](const std::string &line) { text += text::printable(line) + "\n"; };
+    add(evaluation.config.describe());
+    text += "\ninterfaces:\n";
+    text += evaluation.interfaces.empty() ? "  none\n" : table(std::move(rows));
+    text += "\n";
+    add("wifi: " + describeWiFi(evaluation));
+    add("vpn: " + (evaluation.vpn ? evaluation.vpn->device + ", " + evaluation.vpn->address : "none"));
+    for (const auto &suspect : evaluation.shadowedResolvers)
+        add("shadowed DNS: " + describe(suspect));
+    if (evaluation.shadowedResolvers.empty())
+        add("shadowed DNS: none");
     text += "\nprobes:\n";
     for (const auto &probe : evaluation.probes)
-        text += "  " + describe(probe) + "\n";
+        add("  " + describe(probe));
     if (evaluation.probes.empty())
-        text += "  none\n";
-    text += "\nstatus: " + describe(evaluation.decision.status) + "\n";
-    text += "reason: " + evaluation.decision.reason + "\n";
+        add("  none");
+    text += "\n";
+    add("status: " + describe(evaluation.decision.status));
+    add("reason: " + evaluation.decision.reason);
     for (const auto &action : evaluation.decision.actions)
-        text += "action: " + describe(action) + "\n";
+        add("action: " + describe(action));
     if (evaluation.decision.actions.empty())
-        text += "action: none\n";
+        add("action: none");
     if (const auto lines = notSeen(evaluation); !lines.empty()) {
         text += "\nnot seen:\n";
         for (const auto &line : lines)
-            text += "  " + line + "\n";
+            add("  " + line);
     }
     return text;
 }
@@ -294,7 +380,10 @@ std::string asJson(const Evaluation &evaluation) {
     const Value document = Value::Dictionary{
         {"configuration", evaluation.config.describe()},
         {"interfaces", encodedList(evaluation.interfaces)},
-        {"wifiPowerOn", evaluation.wifiPower ? Value(*evaluation.wifiPower) : Value()},
+        {"wifiPowerOn", optional(evaluation.wifiPower)},
+        {"wifi", encodedWiFi(evaluation)},
+        {"vpn", evaluation.vpn ? encoded(*evaluation.vpn) : Value()},
+        {"shadowedResolvers", encodedList(evaluation.shadowedResolvers)},
         {"probes", encodedList(evaluation.probes)},
         {"status", evaluation.decision.status.encoded()},
         {"reason", evaluation.decision.reason},

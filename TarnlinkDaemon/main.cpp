@@ -48,7 +48,12 @@ tarn::Task<void> runOnce(tarn::Platform &platform, tarn::SystemStateReading &rea
     try {
         const tarn::DaemonConfig config = evaluation.config;
         evaluation = co_await tarn::evaluateOnce(reader, prober, config);
+        // Of the reading that was judged: the name servers open one of their own.
         evaluation.visibility = platform.visibility();
+        evaluation.wifi = tarn::CoreWLANDetails(platform.wifi()).current();
+        evaluation.vpn = tarn::VPNDetector::activeTunnel(platform.kernelTables());
+        evaluation.shadowedResolvers = tarn::VPNSplitDNS::suspects(tarn::VPNSplitDNS::scopedResolvers(
+            [&](const std::string &client) { return platform.openDynamicStore(client); }));
     } catch (...) {
         error = std::current_exception();
     }

@@ -2,10 +2,13 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <string_view>
 
 namespace tarn {
 
 int BusConnection::update() {
+    for (auto *service : services_)
+        service->isSilent = false;
     if (bus_) {
         // Names that came or went since the last time.
         int progress = 0;
@@ -87,7 +90,7 @@ int BusConnection::watch(BusService &service) {
 
 BusMessage BusConnection::newCall(const BusService &service, const char *path, const char *interface,
                                   const char *method) {
-    if (!bus_ || !service.isRunning)
+    if (!bus_ || !service.isRunning || service.isSilent)
         return nullptr;
     sd_bus_message *message = nullptr;
     if (sd_bus_message_new_method_call(bus_.get(), &message, service.name, path, interface, method) < 0)
@@ -99,12 +102,16 @@ BusMessage BusConnection::newCall(const BusService &service, const char *path, c
 }
 
 BusMessage BusConnection::send(const BusMessage &call, BusFailure *failure) {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     sd_bus_message *reply = nullptr;
     const int result = sd_bus_call(bus_.get(), call.get(), limit_, &error, &reply);
     if (result < 0 && failure)
         *failure = {error.name ? error.name : "", error.message ? error.message : ""};
     sd_bus_error_free(&error);
+    const std::string_view destination = sd_bus_message_get_destination(call.get());
+    for (auto *service : services_)
+        if (result == -ETIMEDOUT && service->name == destination)
+            service->isSilent = true;
     return BusMessage(result < 0 ? nullptr : reply);
 }
 
@@ -117,6 +124,13 @@ BusMessage BusConnection::property(const BusService &service, const char *path, 
     if (!answer || sd_bus_message_enter_container(answer.get(), 'v', type) <= 0)
         return nullptr;
     return answer;
+}
+
+BusMessage BusConnection::properties(const BusService &service, const char *path, const char *interface) {
+    const auto call = newCall(service, path, "org.freedesktop.DBus.Properties", "GetAll");
+    if (!call || sd_bus_message_append(call.get(), "s", interface) < 0)
+        return nullptr;
+    return send(call);
 }
 
 } // namespace tarn

@@ -18,6 +18,8 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusRelease>;
 struct BusService {
     const char *name;
     bool isRunning = false;
+    /// Gave no answer in time since the last update(), and is not asked again before the next.
+    bool isSilent = false;
 };
 
 /// Why a call had no answer.
@@ -42,7 +44,8 @@ public:
     /// the system's error number; then no service counts as running.
     int update();
 
-    /// A call to be filled in and sent; null when there is no connection or the service does not run.
+    /// A call to be filled in and sent; null when there is no connection, or the service does not
+    /// run or is silent.
     BusMessage newCall(const BusService &service, const char *path, const char *interface,
                        const char *method);
     /// The answer to a call; null without one, with the reason in `failure` where that is wanted.
@@ -50,6 +53,8 @@ public:
     /// A property's value, positioned inside the variant; null without an answer.
     BusMessage property(const BusService &service, const char *path, const char *interface,
                         const char *property, const char *type);
+    /// All properties of an interface, an array of dictionary entries; null without an answer.
+    BusMessage properties(const BusService &service, const char *path, const char *interface);
 
 private:
     /// These return 0 or the system's error number.

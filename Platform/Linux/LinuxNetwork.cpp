@@ -4,6 +4,7 @@
 #include "Platform/Linux/Sysfs.h"
 #include "TarnSystem/Files.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <ctime>
@@ -86,6 +87,7 @@ bool LinuxNetwork::takePicture() {
         picture.resolvedServers = *std::move(servers);
     if (auto servers = bus_.networkManagerServers(visibility_))
         picture.networkManagerServers = *std::move(servers);
+    readManaged(picture);
     readLeases(picture);
     if (const auto file = files::read(resolvConf, largestFile); file.contents)
         picture.resolvConfServers = resolvConfServers(*file.contents);
@@ -101,6 +103,20 @@ const SynthesizedStore *LinuxNetwork::pictureForKeyList() {
         takePicture();
     isListed_ = true;
     return picture();
+}
+
+void LinuxNetwork::readManaged(NetworkPicture &picture) {
+    // Asked first: what is disabled only after NetworkManager's answer is not enabled again by it.
+    const auto disabled = disabled_.devices();
+    if (auto managed = bus_.activeDevices(visibility_))
+        picture.managed = *std::move(managed);
+    for (const auto &device : disabled) {
+        if (std::ranges::find(picture.managed, device, &NetworkPicture::Managed::device) !=
+            picture.managed.end())
+            disabled_.erase(device);
+        else
+            picture.managed.push_back({device, {}, true});
+    }
 }
 
 void LinuxNetwork::readLeases(NetworkPicture &picture) {

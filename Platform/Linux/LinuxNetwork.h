@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Linux/DisabledServices.h"
 #include "Platform/Linux/SystemBus.h"
 #include "TarnSystem/DynamicStore.h"
 #include "TarnSystem/NetworkPreferences.h"
@@ -16,9 +17,12 @@ namespace tarn {
 /// Takes the pictures from which store and services are made. Its sessions share them, so
 /// that services and keys of one reading belong to one moment.
 ///
-/// Thread: one at a time, the sessions included. Outlives its sessions.
+/// Thread: one at a time, the sessions included. Outlives its sessions; the disabled services
+///   outlive it.
 class LinuxNetwork {
 public:
+    explicit LinuxNetwork(DisabledServices &disabled) : disabled_(disabled) {}
+
     /// Reads everything anew. False when the kernel could not be asked; the picture is then gone.
     bool takePicture();
     /// The last picture; null when there is none.
@@ -38,8 +42,10 @@ public:
     std::unique_ptr<NetworkPreferences> openPreferences();
 
 private:
+    void readManaged(NetworkPicture &picture);
     void readLeases(NetworkPicture &picture);
 
+    DisabledServices &disabled_;
     SystemBus bus_;
     std::optional<SynthesizedStore> picture_;
     bool isListed_ = false;

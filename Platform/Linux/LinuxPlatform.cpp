@@ -1,6 +1,10 @@
+#include "Platform/Linux/DisabledServices.h"
 #include "Platform/Linux/EventLoop.h"
+#include "Platform/Linux/LinuxKernelTables.h"
 #include "Platform/Linux/LinuxLog.h"
 #include "Platform/Linux/LinuxNetwork.h"
+#include "Platform/Linux/LinuxPreferencesEditor.h"
+#include "Platform/Linux/LinuxProcessLauncher.h"
 #include "Platform/Linux/LinuxRandom.h"
 #include "Platform/Linux/LinuxStoreWatch.h"
 #include "Platform/Linux/LinuxWiFi.h"
@@ -45,6 +49,9 @@ public:
     SecureRandom &random() override { return random_; }
     Preferences &preferences() override { return preferences_; }
     WiFiClient &wifi() override { return wifi_; }
+    std::optional<std::string> wifiPowerTool() override { return std::nullopt; }
+    KernelTables &kernelTables() override { return kernelTables_; }
+    ProcessLauncher &processes() override { return processes_; }
     InterfaceLookup &interfaceLookup() override { return lookup_; }
     DatagramNetwork &datagrams() override { return datagrams_; }
     const LocalizedStrings &strings() override { return strings_; }
@@ -53,6 +60,9 @@ public:
     }
     std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &) override {
         return network_.openPreferences();
+    }
+    std::unique_ptr<NetworkPreferencesEditor> openNetworkPreferencesEditor(const std::string &) override {
+        return std::make_unique<LinuxPreferencesEditor>(disabled_);
     }
     std::unique_ptr<DynamicStoreWatch> watchDynamicStore(const std::string &,
                                                          DynamicStoreWatch::Callback callback) override {
@@ -69,8 +79,11 @@ private:
     LinuxLog log_;
     LinuxRandom random_;
     JsonPreferences preferences_{preferenceLayers(), log_};
-    LinuxNetwork network_;
+    DisabledServices disabled_;
+    LinuxNetwork network_{disabled_};
     LinuxWiFi wifi_{network_};
+    LinuxKernelTables kernelTables_;
+    LinuxProcessLauncher processes_;
     LinuxInterfaceLookup lookup_;
     UdpNetwork datagrams_{loop_};
     ResourceStrings strings_;

@@ -7,30 +7,52 @@
 namespace tarn {
 namespace {
 
-constexpr const char *networkManagerPath = "/org/freedesktop/NetworkManager";
+// The interfaces are described in NetworkManager's "D-Bus API" documentation.
+constexpr const char *managerPath = "/org/freedesktop/NetworkManager";
+constexpr const char *managerInterface = "org.freedesktop.NetworkManager";
 
-/// One element of an array of dictionaries; false at the end or when it cannot be read.
-bool readEntry(sd_bus_message *message, NetworkPicture::Servers &entry) {
+/// Goes through an array of named values; false when there is none. `take` says whether it read
+/// the value.
+template <class Take> bool readEntries(sd_bus_message *message, Take take) {
     if (sd_bus_message_enter_container(message, 'a', "{sv}") <= 0)
         return false;
     while (sd_bus_message_enter_container(message, 'e', "sv") > 0) {
-        const char *key = nullptr;
-        sd_bus_message_read(message, "s", &key);
-        const std::string_view name = key ? key : "";
-        const char *text = nullptr;
-        if (name == "nameservers" && sd_bus_message_enter_container(message, 'v', "as") > 0) {
-            sd_bus_message_enter_container(message, 'a', "s");
-            while (sd_bus_message_read(message, "s", &text) > 0)
-                entry.addresses.emplace_back(text);
-            sd_bus_message_exit_container(message);
-            sd_bus_message_exit_container(message);
-        } else if (name == "interface" && sd_bus_message_read(message, "v", "s", &text) > 0) {
-            entry.device = text;
-        } else {
+        const char *name = "";
+        sd_bus_message_read(message, "s", &name);
+        if (!take(std::string_view(name)))
             sd_bus_message_skip(message, "v");
-        }
         sd_bus_message_exit_container(message);
     }
+    return sd_bus_message_exit_container(message) >= 0;
+}
+
+// Each reads a variant, and returns false and leaves it alone when it holds another type.
+
+template <class Element> bool readVariant(sd_bus_message *message, char type, Element &value) {
+    return sd_bus_message_read(message, "v", std::string(1, type).c_str(), &value) > 0;
+}
+
+/// Strings or, with the type 'o', object paths.
+bool readVariant(sd_bus_message *message, char type, std::string &value) {
+    const char *text = nullptr;
+    if (!readVariant(message, type, text))
+        return false;
+    value = text;
+    return true;
+}
+
+void readList(sd_bus_message *message, char type, std::vector<std::string> &list) {
+    const char *text = nullptr;
+    sd_bus_message_enter_container(message, 'a', std::string(1, type).c_str());
+    while (sd_bus_message_read_basic(message, type, &text) > 0)
+        list.emplace_back(text);
+    sd_bus_message_exit_container(message);
+}
+
+bool readVariant(sd_bus_message *message, char type, std::vector<std::string> &list) {
+    if (sd_bus_message_enter_container(message, 'v', (std::string("a") + type).c_str()) <= 0)
+        return false;
+    readList(message, type, list);
     return sd_bus_message_exit_container(message) >= 0;
 }
 
@@ -73,9 +95,19 @@ std::optional<std::vector<NetworkPicture::Servers>> SystemBus::resolvedServers(S
             continue;
         const auto index = static_cast<unsigned>(link);
         if (servers.empty() || servers.back().link != index)
-            servers.push_back({index, {}, {}});
+            servers.push_back({index, {}, {}, {}});
         servers.back().addresses.push_back(address->text());
     }
+    // Interface index, domain, and whether it serves for routing alone.
+    const auto domains = bus_.property(resolved_, "/org/freedesktop/resolve1",
+                                       "org.freedesktop.resolve1.Manager", "Domains", "a(isb)");
+    if (domains)
+        sd_bus_message_enter_container(domains.get(), 'a', "(isb)");
+    std::int32_t link = 0;
+    const char *domain = nullptr;
+    int isForRouting = 0;
+    while (domains && sd_bus_message_read(domains.get(), "(isb)", &link, &domain, &isForRouting) > 0)
+        servers.push_back({static_cast<unsigned>(link), {}, {}, {domain}});
     return servers;
 }
 
@@ -90,18 +122,98 @@ SystemBus::networkManagerServers(SystemVisibility &visibility) {
         return std::nullopt;
     }
     std::vector<NetworkPicture::Servers> servers;
+    NetworkPicture::Servers entry;
+    const auto take = [&](std::string_view name) {
+        return (name == "nameservers" && readVariant(message.get(), 's', entry.addresses)) ||
+               (name == "domains" && readVariant(message.get(), 's', entry.domains)) ||
+               (name == "interface" && readVariant(message.get(), 's', entry.device));
+    };
     sd_bus_message_enter_container(message.get(), 'a', "a{sv}");
-    for (NetworkPicture::Servers entry; readEntry(message.get(), entry); entry = {})
+    for (; readEntries(message.get(), take); entry = {})
         if (!entry.device.empty())
             servers.push_back(std::move(entry));
     return servers;
 }
 
+std::optional<std::vector<NetworkPicture::Managed>> SystemBus::activeDevices(SystemVisibility &visibility) {
+    constexpr std::uint32_t deactivating = 3; // NM_ACTIVE_CONNECTION_STATE_DEACTIVATING
+    const auto message =
+        bus_.property(networkManager_, managerPath, managerInterface, "ActiveConnections", "ao");
+    std::vector<std::string> connections;
+    if (message)
+        readList(message.get(), 'o', connections);
+    std::vector<NetworkPicture::Managed> managed;
+    for (const auto &path : connections) {
+        const auto connection = bus_.properties(networkManager_, path.c_str(),
+                                                "org.freedesktop.NetworkManager.Connection.Active");
+        std::string profile;
+        std::vector<std::string> devices;
+        std::uint32_t state = deactivating;
+        const auto takeConnection = [&](std::string_view name) {
+            return (name == "Id" && readVariant(connection.get(), 's', profile)) ||
+                   (name == "Devices" && readVariant(connection.get(), 'o', devices)) ||
+                   (name == "State" && readVariant(connection.get(), 'u', state));
+        };
+        // What ends between two calls is no longer there.
+        if (!connection || !readEntries(connection.get(), takeConnection) || state >= deactivating)
+            continue;
+        for (const auto &devicePath : devices) {
+            const auto device =
+                bus_.properties(networkManager_, devicePath.c_str(), "org.freedesktop.NetworkManager.Device");
+            std::string name;
+            std::string own;
+            const auto takeDevice = [&](std::string_view key) {
+                return (key == "Interface" && readVariant(device.get(), 's', name)) ||
+                       (key == "ActiveConnection" && readVariant(device.get(), 'o', own));
+            };
+            // A VPN lists the device that it runs over, whose own profile is another one.
+            if (device && readEntries(device.get(), takeDevice) && own == path)
+                managed.push_back({name, profile, false});
+        }
+    }
+    if (message && !networkManager_.isSilent)
+        return managed;
+    if (networkManager_.isRunning)
+        visibility.networkManager = SystemVisibility::Source::notAnswering;
+    return std::nullopt;
+}
+
+std::optional<SystemBus::AccessPoint> SystemBus::activeAccessPoint(const std::string &device) {
+    const auto call = bus_.newCall(networkManager_, managerPath, managerInterface, "GetDeviceByIpIface");
+    if (!call || sd_bus_message_append(call.get(), "s", device.c_str()) < 0)
+        return std::nullopt;
+    const auto answer = bus_.send(call);
+    const char *path = nullptr;
+    if (!answer || sd_bus_message_read(answer.get(), "o", &path) <= 0)
+        return std::nullopt;
+    const auto active = bus_.property(networkManager_, path, "org.freedesktop.NetworkManager.Device.Wireless",
+                                      "ActiveAccessPoint", "o");
+    if (!active || sd_bus_message_read(active.get(), "o", &path) <= 0 || path == std::string_view("/"))
+        return std::nullopt;
+    const auto message = bus_.properties(networkManager_, path, "org.freedesktop.NetworkManager.AccessPoint");
+    AccessPoint point;
+    std::uint8_t strength = 0;
+    const auto take = [&](std::string_view name) {
+        if (name == "Ssid" && sd_bus_message_enter_container(message.get(), 'v', "ay") > 0) {
+            const void *bytes = nullptr;
+            std::size_t size = 0;
+            if (sd_bus_message_read_array(message.get(), 'y', &bytes, &size) > 0)
+                point.ssid.assign(static_cast<const char *>(bytes), size);
+            return sd_bus_message_exit_container(message.get()) >= 0;
+        }
+        return (name == "Frequency" && readVariant(message.get(), 'u', point.megahertz)) ||
+               (name == "Strength" && readVariant(message.get(), 'y', strength));
+    };
+    if (!message || !readEntries(message.get(), take))
+        return std::nullopt;
+    point.strength = strength;
+    return point;
+}
+
 std::optional<bool> SystemBus::networkManagerWiFiEnabled() {
     int isEnabled = 0;
     for (const char *name : {"WirelessEnabled", "WirelessHardwareEnabled"}) {
-        const auto message =
-            bus_.property(networkManager_, networkManagerPath, "org.freedesktop.NetworkManager", name, "b");
+        const auto message = bus_.property(networkManager_, managerPath, managerInterface, name, "b");
         if (!message || sd_bus_message_read(message.get(), "b", &isEnabled) <= 0)
             return std::nullopt;
         if (!isEnabled)

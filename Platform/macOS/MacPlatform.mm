@@ -8,7 +8,9 @@
 #include "Platform/macOS/MacDynamicStore.h"
 #include "Platform/macOS/MacDynamicStoreWatch.h"
 #include "Platform/macOS/MacInterfaceLookup.h"
+#include "Platform/macOS/MacKernelTables.h"
 #include "Platform/macOS/MacNetworkPreferences.h"
+#include "Platform/macOS/MacProcessLauncher.h"
 #include "Platform/macOS/MacSecureRandom.h"
 #include "Platform/macOS/UnifiedLog.h"
 
@@ -24,6 +26,9 @@ public:
     SecureRandom &random() override { return random_; }
     Preferences &preferences() override { return preferences_; }
     WiFiClient &wifi() override { return wifi_; }
+    std::optional<std::string> wifiPowerTool() override { return "/usr/sbin/networksetup"; }
+    KernelTables &kernelTables() override { return kernelTables_; }
+    ProcessLauncher &processes() override { return processes_; }
     InterfaceLookup &interfaceLookup() override { return interfaceLookup_; }
     DatagramNetwork &datagrams() override { return datagrams_; }
     const LocalizedStrings &strings() override { return strings_; }
@@ -33,6 +38,10 @@ public:
     }
     std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &clientName) override {
         return openMacNetworkPreferences(clientName);
+    }
+    std::unique_ptr<NetworkPreferencesEditor>
+    openNetworkPreferencesEditor(const std::string &clientName) override {
+        return openMacNetworkPreferencesEditor(clientName);
     }
     std::unique_ptr<DynamicStoreWatch> watchDynamicStore(const std::string &clientName,
                                                          DynamicStoreWatch::Callback callback) override {
@@ -46,6 +55,8 @@ private:
     MacSecureRandom random_;
     CFPreferences preferences_;
     CoreWLANClient wifi_;
+    MacKernelTables kernelTables_;
+    MacProcessLauncher processes_;
     MacInterfaceLookup interfaceLookup_;
     MacDatagramNetwork datagrams_;
     BundleStrings strings_;

@@ -33,6 +33,18 @@ TEST(Text, IntegerIsAnOptionalSignAndDigits) {
     EXPECT_FALSE(parseHexadecimal("8000000000000000") || parseInteger(std::string_view("1\0", 2)));
 }
 
+TEST(Text, WhatIsNotUTF8IsReplacedByteByByte) {
+    const std::string valid =
+        "Caf\u00e9 \n\u07ff\u0800\ue000\uffff\U00010000\U0010ffff" + std::string(1, '\0');
+    EXPECT_EQ(withValidUTF8(valid), valid);
+    const std::string broken = "\x80|\xC3|\xC0\xAF|\xC1\xBF|\xE0\x9F\xBF|\xED\xA0\x80|\xF0\x8F\xBF\xBF|"
+                               "\xF4\x90\x80\x80|\xF5\x80\x80\x80|\xFF\xFE|\xF0\x9F\x98|\xE2\x82";
+    std::string expected;
+    for (const char byte : broken)
+        expected += byte == '|' ? "|" : "\uFFFD";
+    EXPECT_EQ(withValidUTF8(broken), expected);
+}
+
 TEST(Text, DoubleIsPlainInsideItsRangeAndHasAnExponentOutside) {
     for (const auto &text :
          words("2.0 0.3 100.0 0.0 -0.0 -2.5 -100.0 0.30000000000000004 0.0001 0.00012345 "
@@ -83,6 +95,25 @@ TEST(Text, DoubleHasTheShortestDigitsThatReadBack) {
     // where its neighbour hits, as with 2^-44, which is 5.684341886080802e-14.
     for (int exponent = -1074; exponent < 1024; ++exponent)
         expectShortest(std::ldexp(1, exponent));
+}
+
+TEST(Text, OneLineStaysOneLine) {
+    // What is no UTF-8: RFC 3629, section 4, and lone, missing and surplus continuation bytes.
+    for (const auto *text :
+         {"\x80", "\xC3", "\xC3(", "\xC0\xAF", "\xC1\xBF", "\xE0\x9F\xBF", "\xE2\x82", "\xED\xA0\x80",
+          "\xF0\x8F\xBF\xBF", "\xF0\x9F\x98", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF"}) {
+        EXPECT_FALSE(isUTF8(std::string("a") + text));
+        EXPECT_TRUE(printable(text).starts_with("\uFFFD")) << printable(text);
+        EXPECT_TRUE(isUTF8(printable(text)));
+    }
+    for (const auto *text :
+         {"", "a \"b\" \\", "\u00A0\u07FF\u0800\uD7FF\uE000\uFFFF", "\U00010000\U0010FFFF"}) {
+        EXPECT_TRUE(isUTF8(text)) << text;
+        EXPECT_EQ(printable(text), text);
+    }
+    EXPECT_EQ(printable(std::string_view("a\0\n\x1B[2J\x7F", 8)), "a\\u0000\\u000a\\u001b[2J\\u007f");
+    EXPECT_EQ(printable("\u0085\u2028\u202E\u2069"), "\\u0085\\u2028\\u202e\\u2069");
+    EXPECT_EQ(printable("\xE4\xF6z"), "\uFFFD\uFFFDz");
 }
 
 } // namespace

@@ -131,8 +131,8 @@ TEST(SynthesizedStore, LeaseIsHeldWhileItsAddressIsInUseAndItsTimeRuns) {
 TEST(SynthesizedStore, FirstSourceThatKnowsAServerCounts) {
     auto given = picture("eth1 1=10.0.0.5/24");
     given.resolvedServers = {
-        {1, "", {"127.0.0.53", "10.0.0.11"}}, {0, "", {"10.0.0.10"}}, {9, "", {"10.0.0.99"}}};
-    given.networkManagerServers = {{0, "eth1", {"::1", "10.0.0.12"}}, {0, "eth9", {"10.0.0.99"}}};
+        {1, "", {"127.0.0.53", "10.0.0.11"}, {}}, {0, "", {"10.0.0.10"}, {}}, {9, "", {"10.0.0.99"}, {}}};
+    given.networkManagerServers = {{0, "eth1", {"::1", "10.0.0.12"}, {}}, {0, "eth9", {"10.0.0.99"}, {}}};
     given.leases = {{"eth1", 0, "10.0.0.5", {"0.0.0.0", "10.0.0.13"}, {}}};
     given.resolvConfServers = {"127.0.0.53", "10.0.0.14", "::1%lo", "10.0.0.10", "no address"};
     EXPECT_EQ(servers(given, "eth1"), "10.0.0.11");
@@ -153,13 +153,59 @@ TEST(SynthesizedStore, CommonServerBelongsToTheSubnetOrZoneThatItLiesIn) {
     for (const auto &row : rows("9.9.9.9 9.9.9.9 9.9.9.9; 10.0.1.53 10.0.1.53 -; 10.0.2.53 - 10.0.2.53; "
                                 "10.0.9.53 10.0.9.53 10.0.9.53; 172.17.0.2 - -; fd00:1::53 fd00:1::53 -; "
                                 "2620::fe 2620::fe 2620::fe; fe80::53%eth1 fe80::53%eth1 -; "
-                                "fe80::53%2 - fe80::53%2; fe80::53%eth9 - -; fe80::53 fe80::53 -")) {
+                                "fe80::53%2 - fe80::53%2; fe80::53%eth9 - -; fe80::53 fe80::53%eth1 -")) {
         auto given = picture(
             "eth1 eth2 br3:bridge 1=10.0.1.5/24 2=10.0.2.5/24 3=172.17.0.1/16 1=fd00:1::5/64 1=fe80::5/64");
         given.resolvConfServers = {words(row)[0]};
         EXPECT_EQ(servers(given, "eth1"), words(row)[1]) << row;
         EXPECT_EQ(servers(given, "eth2"), words(row)[2]) << row;
     }
+}
+
+TEST(SynthesizedStore, DomainsComeWithTheServersOfTheirSource) {
+    // A server and its domains, then the domains that count; tun1 has no service, eth2 has.
+    for (const auto &row : rows("10.0.0.1 ~a.example b.example a.example. > \"a.example\",\"b.example\"; "
+                                "10.0.0.1 . ~. ~ > ; - a.example > none")) {
+        auto given = picture("tun1:tun eth2");
+        auto domains = words(sides(row).first);
+        const std::vector addresses = {domains[0]};
+        domains.erase(domains.begin());
+        for (const unsigned link : {1U, 2U})
+            given.networkManagerServers.push_back({link, "", addresses, domains});
+        given.resolvedServers = {
+            {0, "", {}, {"global"}}, {1, "", {}, {"alone"}}, {2, "", {"::1"}, {"alone"}}};
+        const SynthesizedStore store(given);
+        const std::string list = sides(row).second, servers = R"({"ServerAddresses":["10.0.0.1"])";
+        const auto full = list == "none" ? list : servers + R"(,"SupplementalMatchDomains":[)" + list + "]}";
+        EXPECT_EQ(value(store, "Service/device:tun1/DNS"), list.empty() ? "none" : full);
+        EXPECT_EQ(ofService(store, "eth2", "DNS"), list.empty() ? servers + "}" : full);
+        EXPECT_EQ(store.keys("State:/Network/Service/device:tun1/[^/]+").size(),
+                  list.starts_with('"') ? 1 : 0);
+        EXPECT_TRUE(order(store) == "eth2" && !store.service("device:tun1"));
+        given.resolvedServers = {{1, "", {"10.0.0.2"}, {}}, {2, "", {"10.0.0.2"}, {}}};
+        EXPECT_EQ(ofService(SynthesizedStore(given), "eth2", "DNS"), R"({"ServerAddresses":["10.0.0.2"]})");
+    }
+}
+
+TEST(SynthesizedStore, LinkLocalServerIsOnItsDevice) {
+    for (const auto &row : rows("fe80::5 fe80::5%eth1; febf::5 febf::5%eth1; fe80::5%eth1 fe80::5%eth1; "
+                                "fe80::5%1 fe80::5%1; fec0::5 fec0::5; 254.128.0.5 254.128.0.5")) {
+        auto given = picture("eth1");
+        given.networkManagerServers = {{0, "eth1", {words(row)[0], words(row)[0]}, {}}};
+        EXPECT_EQ(servers(given, "eth1"), words(row)[1]) << row;
+    }
+}
+
+TEST(SynthesizedStore, NameIsTheActiveProfilesAndDisabledIsWhatWeDisabled) {
+    auto given = picture("eth1 eth2 eth3 eth4 wlan5 tun6:tun");
+    given.managed = {{"eth1", "Home \n cable", false}, {"eth2", "", false},    {"eth3", "", true},
+                     {"wlan5", "Caf\u00e9", false},    {"tun6", "VPN", false}, {"eth9", "Gone", true}};
+    const SynthesizedStore store(given);
+    std::string found;
+    for (const auto &id : store.serviceOrder())
+        found += *store.service(id)->name + (store.service(id)->enabled ? "; " : " off; ");
+    EXPECT_EQ(found, "Home \n cable; eth2; eth3 off; eth4; Caf\u00e9; ");
+    EXPECT_TRUE(store.service("device:eth1")) << "the identifier does not follow the name";
 }
 
 TEST(StorePattern, MatchesKeysAsAWhole) {

@@ -28,6 +28,8 @@ public:
         return services[id] = {true, std::move(device), type, std::nullopt, std::nullopt, "N-" + id, true};
     }
     std::optional<bool> powerOn() override { return power; }
+    std::optional<Interface> interface() override { return std::nullopt; }
+    PowerResult setPower(bool) override { return {}; }
 };
 
 /// A session of either sort.

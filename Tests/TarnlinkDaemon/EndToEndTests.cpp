@@ -219,6 +219,7 @@ TEST_F(EndToEnd, WiFiGivesWayAndComesBack) {
     const auto report = evaluate();
     report.expect(isVerified());
     EXPECT_EQ(report.lines("action: ").front(), "reorderServices device:eth0 device:wlan0");
+    EXPECT_THAT(report.lines("wifi: "), ElementsAre("on"));
     lab().pull("eth0");
     lab().run("ip route del default dev wlan0");
     evaluate().expect({"wifi", "no wired link"});
@@ -295,7 +296,7 @@ TEST_F(EndToEnd, JsonTellsAll) {
     addUsualCable();
     lab().addCable("eth1", {"2001:db8::10/64"}, {}, "second");
     lab().run("ip addr flush dev eth0 scope link; ip addr flush dev eth1 scope link; ip -n second link set "
-              "eth1 down");
+              "eth1 down; ip tuntap add mode tun dev tun0; ip addr add 10.8.0.2 dev tun0");
     serve(unknownName);
     auto document = nlohmann::json::parse(evaluate("--json").result.out);
     EXPECT_THAT(document["configuration"].get<std::string>(), HasSubstr("once=true"));
@@ -311,8 +312,15 @@ TEST_F(EndToEnd, JsonTellsAll) {
         {"device": "eth1", "kind": "wired", "serviceID": "device:eth1", "serviceName": "eth1",
          "serviceEnabled": true, "serviceOrderIndex": 1, "linkActive": false, "ipv4": [],
          "ipv6": [{"address": "2001:db8::10", "flags": 0}], "ipv4Router": null, "ipv6Router": null,
-         "hasDHCPLease": false, "dnsServers": [], "isTethering": false}],
+         "hasDHCPLease": false, "dnsServers": [], "isTethering": false},
+        {"device": "tun0", "kind": "other", "serviceID": null, "serviceName": "",
+         "serviceEnabled": true, "serviceOrderIndex": null, "linkActive": false, "ipv4": ["10.8.0.2"], "ipv6": [],
+         "ipv4Router": null, "ipv6Router": null, "hasDHCPLease": false, "dnsServers": [],
+         "isTethering": false}],
       "wifiPowerOn": null,
+      "wifi": {"power": null, "ssid": null, "band": null, "channel": null, "rssi": null},
+      "vpn": {"device": "tun0", "address": "10.8.0.2"},
+      "shadowedResolvers": [],
       "probes": [{"device": "eth0", "server": "192.0.2.1", "outcome": "reachable"}],
       "status": {"wired": {"device": "eth0", "name": "eth0"}},
       "reason": "eth0 verified: link, IPv4 192.0.2.10, gateway, probe ok",

@@ -3,7 +3,7 @@
 
 #include "Platform/Linux/RouteNetlink.h"
 #include "Platform/Platform.h"
-#include "Support/NetworkLab.h"
+#include "Support/NetworkManagerLab.h"
 #include "TarnSystem/SystemStateReader.h"
 
 #include <algorithm>
@@ -225,20 +225,6 @@ TEST_F(Reading, PictureIsOfOneMoment) {
 
 class OnTheBus : public Reading {
 protected:
-    void SetUp() override {
-        Reading::SetUp();
-        setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/lab/bus", 1);
-    }
-    pid_t startBus() {
-        lab().write(
-            "/run/lab/bus.conf",
-            "<busconfig><listen>unix:path=/run/lab/bus</listen><policy context='default'><allow own='*'/>"
-            "<allow send_destination='*'/><allow receive_sender='*'/></policy></busconfig>");
-        unlink("/run/lab/bus");
-        const pid_t bus = lab().start("dbus-daemon --nofork --print-address --config-file=/run/lab/bus.conf");
-        lab().waitForLog(bus, "unix:");
-        return bus;
-    }
     /// A service below org.freedesktop with one object, whose properties are written in Python.
     pid_t startService(const std::string &name, const std::string &object, const std::string &interface,
                        const std::string &properties) {
@@ -251,6 +237,9 @@ def server(link, family, text):
 def load(mock, parameters):
     mock.AddObject('/org/freedesktop/' + os.environ['OBJECT'], BUS_NAME + os.environ['INTERFACE'],
                    eval(os.environ['PROPERTIES']), [])
+    if os.environ['OBJECT'] == 'NetworkManager/DnsManager':
+        mock.AddObject('/org/freedesktop/NetworkManager', BUS_NAME,
+                       {'ActiveConnections': dbus.Array([], signature='o')}, [])
 )");
         return lab().start("env NAME=" + name + " OBJECT=" + object + " INTERFACE=" + interface +
                            " PROPERTIES=\"" + properties +
@@ -285,7 +274,7 @@ TEST_F(OnTheBus, FirstSourceThatKnowsServersCounts) {
     lab().writeResolvConf("nameserver 192.0.2.1\n");
     EXPECT_THAT(quickServers(), ElementsAre("192.0.2.1"));
     EXPECT_EQ(visibility_.systemBus, Source::notRunning);
-    const pid_t bus = startBus();
+    const pid_t bus = startBus(lab());
     lab().write("/run/systemd/netif/leases/" + indexOf("eth0"), "ADDRESS=192.0.2.10\nDNS=192.0.2.2\n");
     EXPECT_THAT(quickServers(), ElementsAre("192.0.2.2"));
     EXPECT_EQ(visibility_.systemBus, Source::answered);
@@ -298,28 +287,34 @@ TEST_F(OnTheBus, FirstSourceThatKnowsServersCounts) {
     const pid_t resolved =
         startService("resolve1", "resolve1", ".Manager",
                      "{'DNS': dbus.Array([server(" + link + ", 2, '127.0.0.53'), server(" + link +
-                         ", 10, 'fe80::5'), server(0, 2, '198.51.100.1')], signature='(iiay)')}");
-    expectServer("fe80::5");
+                         ", 10, 'fe80::5'), server(0, 2, '198.51.100.1')], signature='(iiay)'),"
+                         " 'Domains': dbus.Array([(0, 'global.example', False), (" +
+                         link + ", '.', True), (" + link + ", 'corp.example', True)], signature='(isb)')}");
+    expectServer("fe80::5%eth0");
+    EXPECT_EQ(platform_->openDynamicStore("test")->copyValue("State:/Network/Service/device:eth0/DNS"),
+              Value(Value::Dictionary{{"ServerAddresses", Value::strings({"fe80::5%eth0"})},
+                                      {"SupplementalMatchDomains", Value::strings({"corp.example"})}}));
     EXPECT_THAT(read()["eth1"].dnsServers, ElementsAre("198.51.100.1"));
 
     kill(resolved, SIGSTOP);
     EXPECT_THAT(quickServers(), testing::Contains("192.0.2.3"));
     EXPECT_EQ(visibility_.resolved, Source::notAnswering);
     kill(resolved, SIGCONT);
-    expectServer("fe80::5");
+    expectServer("fe80::5%eth0");
     lab().stop(resolved);
     expectServer("192.0.2.3");
     waitUntil([&] { return read().contains("eth0") && visibility_.resolved == Source::notRunning; },
               "news of its end");
     lab().stop(bus);
     expectServer("192.0.2.2");
-    startBus();
+    startBus(lab());
     startManager("192.0.2.4");
     expectServer("192.0.2.4");
 }
 
 TEST_F(OnTheBus, BusThatDoesNotAnswerIsNotWaitedFor) {
     addTwoCables();
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/lab/bus", 1);
     const sockaddr_un address{AF_UNIX, "/run/lab/bus"};
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
@@ -330,7 +325,7 @@ TEST_F(OnTheBus, BusThatDoesNotAnswerIsNotWaitedFor) {
     }
     close(listener);
 
-    const pid_t bus = startBus();
+    const pid_t bus = startBus(lab());
     startManager("192.0.2.3");
     expectServer("192.0.2.3");
     kill(bus, SIGSTOP);
@@ -341,7 +336,7 @@ TEST_F(OnTheBus, BusThatDoesNotAnswerIsNotWaitedFor) {
 
 TEST_F(OnTheBus, WiFiHasPowerAsTheManagerSaysOrElseTheRadio) {
     addTwoCables();
-    startBus();
+    startBus(lab());
     read();
     const auto isPowerOn = [&] { return platform_->wifi().powerOn(); };
     EXPECT_EQ(isPowerOn(), std::nullopt);

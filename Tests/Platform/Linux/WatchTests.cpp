@@ -132,7 +132,7 @@ TEST_F(Watching, LossIsToldSoonThoughTheKernelHoldsItBack) {
         "for i in 1 2; do ip link add wire$i index 70$i type veth peer name wire$i index 70$i netns far;"
         "ip link set wire$i up; ip -n far link set wire$i up; done");
     watch(0);
-    for (const auto gap : {5ms, 600ms, 1500ms, 2500ms}) {
+    for (const auto gap : {5ms, 600ms, 1500ms}) {
         expectTold([&] { lab().pull("wire1"); }, {interfaceOf + "wire1/Link"}, "first loss");
         expectTold([&] { lab().plug("wire1"); }, {interfaceOf + "wire1/Link"}, "up");
         runFor(gap);

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "TarnSystem/ProcessLauncher.h"
+
+namespace tarn {
+
+/// Spawns them without a shell. They inherit the environment and the three standard streams but the
+/// error, nothing else, and handle signals in the default way.
+class LinuxProcessLauncher final : public ProcessLauncher {
+public:
+    Result run(const std::string &path, const std::vector<std::string> &arguments) override;
+};
+
+} // namespace tarn

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarn {
+
+/// Runs other programs.
+///
+/// Thread: any; a call blocks until the program has ended.
+class ProcessLauncher {
+public:
+    struct Result {
+        /// Why it could not be started, in the system's words for people; absent when it ran.
+        std::optional<std::string> launchError;
+        /// Its exit status; the number of the signal that ended it, if one did.
+        std::int32_t status = 0;
+        /// What it wrote to its standard error, byte for byte.
+        std::string standardError;
+    };
+
+    virtual ~ProcessLauncher() = default;
+    /// Runs the program at the path with these arguments. Its standard error is captured, its
+    /// standard output is the caller's.
+    virtual Result run(const std::string &path, const std::vector<std::string> &arguments) = 0;
+};
+
+} // namespace tarn

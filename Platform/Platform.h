@@ -4,6 +4,7 @@
 #include "TarnSystem/DatagramConnection.h"
 #include "TarnSystem/DynamicStore.h"
 #include "TarnSystem/DynamicStoreWatch.h"
+#include "TarnSystem/HostEvents.h"
 #include "TarnSystem/KernelTables.h"
 #include "TarnSystem/Log.h"
 #include "TarnSystem/MainActor.h"
@@ -11,12 +12,15 @@
 #include "TarnSystem/Preferences.h"
 #include "TarnSystem/ProcessLauncher.h"
 #include "TarnSystem/SecureRandom.h"
+#include "TarnSystem/Supervisor.h"
+#include "TarnSystem/SystemClock.h"
 #include "TarnSystem/SystemVisibility.h"
 #include "TarnSystem/WiFiClient.h"
 
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarn {
 
@@ -41,9 +45,20 @@ public:
     virtual InterfaceLookup &interfaceLookup() = 0;
     virtual DatagramNetwork &datagrams() = 0;
     virtual const LocalizedStrings &strings() = 0;
+    virtual SystemClock &clock() = 0;
+    virtual HostEvents &hostEvents() = 0;
+    virtual Supervisor &supervisor() = 0;
+    /// Path of the folder in which the daemon keeps what must survive it; it need not be there yet.
+    virtual std::string stateFolder() = 0;
+
+    /// Tells, before the first reading, which services an earlier run of this program disabled. A system
+    /// that keeps such a state itself need not be told.
+    virtual void rememberDisabled(const std::vector<std::string> &serviceIDs) = 0;
 
     /// Opens a session under the client's name; null when the system refuses one.
     virtual std::unique_ptr<DynamicStore> openDynamicStore(const std::string &clientName) = 0;
+    /// The same for changes. May be opened and used on any one thread.
+    virtual std::unique_ptr<DynamicStore> openDynamicStoreEditor(const std::string &clientName) = 0;
     virtual std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &clientName) = 0;
     /// The same for changes. May be opened and used on any one thread.
     virtual std::unique_ptr<NetworkPreferencesEditor>
@@ -51,7 +66,7 @@ public:
     virtual std::unique_ptr<DynamicStoreWatch> watchDynamicStore(const std::string &clientName,
                                                                  DynamicStoreWatch::Callback callback) = 0;
 
-    /// What could be asked in the last reading of a store or of preferences.
+    /// What could be asked in the last reading of a store or of preferences. Any thread.
     virtual SystemVisibility visibility() const = 0;
 };
 

@@ -16,6 +16,19 @@ const Value *Value::find(std::string_view key) const {
     return found == entries->end() ? nullptr : &found->second;
 }
 
+std::optional<std::vector<std::string>> Value::stringList(std::string_view key) const {
+    const Value *entry = find(key);
+    if (!entry || !entry->array())
+        return std::nullopt;
+    std::vector<std::string> list;
+    for (const auto &element : *entry->array()) {
+        if (!element.string())
+            return std::nullopt;
+        list.push_back(*element.string());
+    }
+    return list;
+}
+
 void Value::set(std::string_view key, Value value) {
     if (!dictionary())
         data_ = Dictionary();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -46,6 +47,10 @@ public:
     /// The entry of a dictionary; null when this is no dictionary or has no such key.
     /// Where a key stands twice, the first entry counts.
     const Value *find(std::string_view key) const;
+
+    /// The list under a key of a dictionary; none when there is no such entry or it holds anything but
+    /// strings.
+    std::optional<std::vector<std::string>> stringList(std::string_view key) const;
 
     /// Puts an entry into a dictionary in place of an earlier one with the same key.
     /// A value of another type becomes a dictionary first.

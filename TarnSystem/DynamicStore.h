@@ -26,6 +26,13 @@ public:
 
     /// The value of one key; none when there is no such key.
     virtual std::optional<Value> copyValue(const std::string &key) = 0;
+
+    /// Puts a value in place of an earlier one, until whoever keeps the key sets it again. Returns why
+    /// the system did not take it, in its words for people; none when it did.
+    ///
+    /// On Linux only keys "State:/Network/Service/device:NAME/DNS" can be set, and of their values only
+    /// "ServerAddresses" has an effect.
+    virtual std::optional<std::string> setValue(const std::string &key, const Value &value) = 0;
 };
 
 } // namespace tarn

@@ -41,6 +41,8 @@ bool writeAll(int descriptor, std::string_view contents) {
     return true;
 }
 
+} // namespace
+
 std::optional<Failure> makeFolder(const std::string &folder) {
     struct stat info{};
     if (stat(folder.c_str(), &info) == 0)
@@ -57,8 +59,6 @@ std::optional<Failure> makeFolder(const std::string &folder) {
         return failure(errno);
     return std::nullopt;
 }
-
-} // namespace
 
 ReadResult read(const std::string &path, std::size_t limit) {
     // Without O_NONBLOCK opening a pipe would wait for somebody who writes to it.

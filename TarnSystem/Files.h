@@ -31,6 +31,9 @@ ReadResult read(const std::string &path, std::size_t limit);
 /// after success the new ones survive a power cut. Missing folders are made.
 std::optional<Failure> replace(const std::string &path, std::string_view contents);
 
+/// Makes a folder, and those above it, where they are missing; they survive a power cut.
+std::optional<Failure> makeFolder(const std::string &folder);
+
 /// Waits until what was written is on the medium, as far as the system can tell. False with the
 /// reason in errno. Each operating system has its own.
 bool flushToDisk(int descriptor);

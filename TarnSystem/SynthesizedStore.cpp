@@ -108,6 +108,22 @@ std::string serviceIDForDevice(std::string_view device) {
     return std::string(servicePrefix).append(device);
 }
 
+std::optional<std::string> deviceForServiceID(std::string_view serviceID) {
+    if (!serviceID.starts_with(servicePrefix))
+        return std::nullopt;
+    return std::string(serviceID.substr(servicePrefix.size()));
+}
+
+std::optional<std::string> deviceOfDNSKey(std::string_view key) {
+    const auto prefix = "State:/Network/Service/" + serviceIDForDevice("");
+    constexpr std::string_view suffix = "/DNS";
+    if (!matchesStorePattern("State:/Network/Service/[^/]+/DNS", key) || !key.starts_with(prefix))
+        return std::nullopt;
+    key.remove_prefix(prefix.size());
+    key.remove_suffix(suffix.size());
+    return std::string(key);
+}
+
 std::int64_t ipv6FlagsFromLinux(std::uint32_t flags) {
     // IFA_F_* of linux/if_addr.h on the left.
     constexpr std::array<std::pair<std::uint32_t, std::int64_t>, 4> table = {{
@@ -268,9 +284,8 @@ SynthesizedStore::Device *SynthesizedStore::deviceFor(unsigned index, std::strin
 }
 
 const SynthesizedStore::Device *SynthesizedStore::deviceOfID(std::string_view serviceID) const {
-    if (!serviceID.starts_with(servicePrefix))
-        return nullptr;
-    const auto found = byName_.find(serviceID.substr(servicePrefix.size()));
+    const auto device = deviceForServiceID(serviceID);
+    const auto found = device ? byName_.find(*device) : byName_.end();
     return found == byName_.end() ? nullptr : &devices_[found->second];
 }
 

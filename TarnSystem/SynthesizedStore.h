@@ -69,6 +69,11 @@ private:
 
 /// The identifier of the service on a device.
 std::string serviceIDForDevice(std::string_view device);
+/// The device of such an identifier; none for any other text.
+std::optional<std::string> deviceForServiceID(std::string_view serviceID);
+
+/// The device of a service's DNS key; none for any other key.
+std::optional<std::string> deviceOfDNSKey(std::string_view key);
 
 /// The flag word of an IPv6Address for the kernel's IFA_F_* (linux/if_addr.h).
 std::int64_t ipv6FlagsFromLinux(std::uint32_t flags);

@@ -61,29 +61,26 @@ public:
 
     /// Empty also where one element is no string.
     std::vector<std::string> strings(std::string_view key) const {
-        return list<std::string>(key, [](const Value &element) { return element.string(); });
+        return value_ ? value_->stringList(key).value_or(std::vector<std::string>())
+                      : std::vector<std::string>();
     }
 
+    /// Empty also where one element is no integer.
     std::vector<std::int64_t> integers(std::string_view key) const {
-        return list<std::int64_t>(key, [](const Value &element) { return element.integer(); });
+        const Value *entry = find(key);
+        if (!entry || !entry->array())
+            return {};
+        std::vector<std::int64_t> result;
+        for (const auto &element : *entry->array()) {
+            if (!element.integer())
+                return {};
+            result.push_back(*element.integer());
+        }
+        return result;
     }
 
 private:
     const Value *find(std::string_view key) const { return value_ ? value_->find(key) : nullptr; }
-
-    template <class Element, class Get> std::vector<Element> list(std::string_view key, Get get) const {
-        const Value *entry = find(key);
-        if (!entry || !entry->array())
-            return {};
-        std::vector<Element> result;
-        for (const auto &element : *entry->array()) {
-            const Element *content = get(element);
-            if (!content)
-                return {};
-            result.push_back(*content);
-        }
-        return result;
-    }
 
     std::optional<Value> value_;
 };

@@ -4,37 +4,18 @@
 #include <optional>
 
 namespace tarn::VPNSplitDNS {
-namespace {
-
-constexpr const char *clientName = "TarnlinkDNS";
-
-/// None when there is no such entry or it holds anything but strings.
-std::optional<std::vector<std::string>> strings(const Value &dictionary, std::string_view key) {
-    const Value *entry = dictionary.find(key);
-    if (!entry || !entry->array())
-        return std::nullopt;
-    std::vector<std::string> list;
-    for (const auto &element : *entry->array()) {
-        if (!element.string())
-            return std::nullopt;
-        list.push_back(*element.string());
-    }
-    return list;
-}
-
-} // namespace
 
 std::vector<ScopedResolver> scopedResolvers(DynamicStore &store) {
     std::vector<ScopedResolver> resolvers;
-    const auto keys = store.copyKeyList("State:/Network/Service/[^/]+/DNS");
+    const auto keys = store.copyKeyList(keyPattern);
     if (!keys)
         return resolvers;
     for (const auto &key : *keys) {
         const auto value = store.copyValue(key);
         if (!value)
             continue;
-        const auto servers = strings(*value, "ServerAddresses");
-        auto domains = strings(*value, "SupplementalMatchDomains");
+        const auto servers = value->stringList(serversKey);
+        auto domains = value->stringList(domainsKey);
         if (!servers || !domains)
             continue;
         for (auto &domain : *domains)

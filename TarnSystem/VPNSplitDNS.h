@@ -14,6 +14,13 @@
 /// Thread: that of the store. Errors: none; what cannot be read is not there.
 namespace tarn::VPNSplitDNS {
 
+/// The client name under which sessions are opened.
+inline constexpr const char *clientName = "TarnlinkDNS";
+/// Where the store keeps the resolvers of services, and the two entries that count.
+inline constexpr const char *keyPattern = "State:/Network/Service/[^/]+/DNS";
+inline constexpr const char *serversKey = "ServerAddresses";
+inline constexpr const char *domainsKey = "SupplementalMatchDomains";
+
 struct ScopedResolver {
     std::string domain;
     /// In the order in which the system asks them.

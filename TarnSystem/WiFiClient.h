@@ -8,7 +8,8 @@ namespace tarn {
 
 /// The system's Wi-Fi: its default interface, as the system tells of it.
 ///
-/// Thread: one at a time; calls block for as long as the system takes to answer.
+/// Thread: one at a time reads, and one at a time switches; the two may be different and do so at the
+///   same time. Calls block for as long as the system takes to answer.
 class WiFiClient {
 public:
     struct Channel {

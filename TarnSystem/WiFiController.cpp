@@ -60,7 +60,7 @@ void WiFiController::setPower(bool on) {
     if (tool_)
         runTool(*tool_, on);
     else
-        settleWithoutTool(result);
+        settleWithoutTool(result, on);
 }
 
 void WiFiController::runTool(const std::string &tool, bool on) {
@@ -82,11 +82,14 @@ void WiFiController::runTool(const std::string &tool, bool on) {
 }
 
 // The tool and the name it is tried with belong to the Mac; on another system there is nothing left
-// to try. Wi-Fi that nobody here can switch is no failure that anybody could mend.
-void WiFiController::settleWithoutTool(const WiFiClient::PowerResult &result) {
+// to try. Wi-Fi that stays on because nobody here can switch it is no failure that anybody could
+// mend; Wi-Fi that stays off may be mended as soon as somebody can.
+void WiFiController::settleWithoutTool(const WiFiClient::PowerResult &result, bool on) {
     using Kind = WiFiClient::PowerResult::Kind;
     if (result.kind == Kind::refused)
         throw WiFiControlError::networkManager(result.message);
+    if (result.kind == Kind::noController && on)
+        throw WiFiControlError::networkManager("nothing that could switch Wi-Fi on is running");
     if (!hasSaidWhy_.test_and_set())
         log_.write(Log::Level::info, "wifi",
                    result.kind == Kind::noInterface

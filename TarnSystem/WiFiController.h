@@ -69,7 +69,8 @@ public:
     WiFiController(WiFiClient &client, ProcessLauncher &processes, std::optional<std::string> tool, Log &log)
         : client_(client), processes_(processes), tool_(std::move(tool)), log_(log) {}
 
-    /// Without a tool, a machine with nothing to switch or nothing that could switch it counts as done.
+    /// Without a tool, a machine with nothing to switch counts as done, and so does switching off where
+    /// nothing could do it.
     void setPower(bool on) override;
     std::optional<bool> powerOn() override { return client_.powerOn(); }
     /// Name of the default Wi-Fi interface; absent without an interface or a name.
@@ -77,7 +78,7 @@ public:
 
 private:
     void runTool(const std::string &tool, bool on);
-    void settleWithoutTool(const WiFiClient::PowerResult &result);
+    void settleWithoutTool(const WiFiClient::PowerResult &result, bool on);
 
     WiFiClient &client_;
     ProcessLauncher &processes_;

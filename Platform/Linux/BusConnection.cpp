@@ -56,8 +56,10 @@ int BusConnection::becomeReady() {
 
 void BusConnection::close() {
     bus_.reset();
-    for (auto *service : services_)
+    for (auto *service : services_) {
         service->isRunning = false;
+        ++service->changes;
+    }
 }
 
 int BusConnection::watch(BusService &service) {
@@ -65,15 +67,18 @@ int BusConnection::watch(BusService &service) {
         std::string("type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
                     "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
         service.name + "'";
-    const auto changed = [](sd_bus_message *signal, void *data, sd_bus_error *) {
+    const auto ownerChanged = [](sd_bus_message *signal, void *data, sd_bus_error *) {
         const char *name = nullptr;
         const char *before = nullptr;
         const char *after = nullptr;
-        if (sd_bus_message_read(signal, "sss", &name, &before, &after) > 0)
-            static_cast<BusService *>(data)->isRunning = *after != '\0';
+        auto &changed = *static_cast<BusService *>(data);
+        if (sd_bus_message_read(signal, "sss", &name, &before, &after) > 0) {
+            changed.isRunning = *after != '\0';
+            ++changed.changes;
+        }
         return 0;
     };
-    int result = sd_bus_add_match(bus_.get(), nullptr, rule.c_str(), changed, &service);
+    int result = sd_bus_add_match(bus_.get(), nullptr, rule.c_str(), ownerChanged, &service);
     if (result >= 0) {
         sd_bus_message *reply = nullptr;
         int owned = 0;

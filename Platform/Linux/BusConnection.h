@@ -20,6 +20,8 @@ struct BusService {
     bool isRunning = false;
     /// Gave no answer in time since the last update(), and is not asked again before the next.
     bool isSilent = false;
+    /// How often it came or went, or may have unseen.
+    unsigned changes = 0;
 };
 
 /// Why a call had no answer.

@@ -15,7 +15,7 @@ constexpr auto firstPause = 1s;
 constexpr auto longestPause = 60s;
 
 constexpr const char *properties = "type='signal',interface='org.freedesktop.DBus.Properties',"
-                                   "member='PropertiesChanged',path='";
+                                   "member='PropertiesChanged',";
 constexpr const char *owners = "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
                                "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='";
 
@@ -26,10 +26,11 @@ int addMatch(sd_bus *bus, const std::string &rule, sd_bus_message_handler_t hand
 
 } // namespace
 
-BusSignals::BusSignals(EventLoop &loop, std::function<void()> changed)
-    : loop_(loop), changed_(std::move(changed)), pause_(firstPause) {}
+BusSignals::BusSignals(EventLoop &loop, BusNews &news, std::function<void()> changed)
+    : loop_(loop), news_(news), changed_(std::move(changed)), pause_(firstPause) {}
 
 BusSignals::~BusSignals() {
+    setListening(false);
     loop_.cancel(retry_);
 }
 
@@ -51,6 +52,7 @@ void BusSignals::open() {
     const auto told = [](sd_bus_message *, void *self, sd_bus_error *) {
         auto &signals = *static_cast<BusSignals *>(self);
         signals.pause_ = firstPause;
+        signals.news_.arrive();
         signals.changed_();
         return 0;
     };
@@ -78,16 +80,36 @@ void BusSignals::open() {
     for (const char *path : {"/org/freedesktop/resolve1", "/org/freedesktop/NetworkManager",
                              "/org/freedesktop/NetworkManager/DnsManager"})
         if (result >= 0)
-            result = addMatch(bus, properties + std::string(path) + "'", told, this);
+            result = addMatch(bus, properties + ("path='" + std::string(path) + "'"), told, this);
+    // That a connection ends, and whose it is, shows on objects that come and go.
+    for (const char *interface : {"Connection.Active", "Device"})
+        if (result >= 0)
+            result = addMatch(bus,
+                              properties + ("path_namespace='/org/freedesktop/NetworkManager',"
+                                            "arg0='org.freedesktop.NetworkManager." +
+                                            std::string(interface) + "'"),
+                              told, this);
     for (const char *name : {"org.freedesktop.resolve1", "org.freedesktop.NetworkManager"})
         if (result >= 0)
             result = addMatch(bus, owners + std::string(name) + "'", told, this);
     if (result < 0)
         lost();
+    else
+        setListening(true);
+}
+
+void BusSignals::setListening(bool isListening) {
+    if (std::exchange(isListening_, isListening) == isListening)
+        return;
+    if (isListening)
+        news_.beginListening();
+    else
+        news_.endListening();
 }
 
 void BusSignals::lost() {
     const bool wasOpen = bus_ != nullptr;
+    setListening(false);
     bus_.reset();
     retry_ = loop_.postAfter(pause_, [this] {
         retry_ = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Linux/BusConnection.h"
+#include "Platform/Linux/BusNews.h"
 #include "Platform/Linux/EventLoop.h"
 
 #include <chrono>
@@ -11,13 +12,13 @@
 namespace tarn {
 
 /// Tells when systemd-resolved or NetworkManager came, went, or changed something that is read
-/// from them. The bus itself may come and go.
+/// from them. The bus itself may come and go. `news`, which must outlive this, hears of it first.
 ///
 /// Thread: main thread, the callback included. Errors: none; a bus that cannot be had is tried
 ///   again, with growing pauses, unless nothing is there at all.
 class BusSignals {
 public:
-    BusSignals(EventLoop &loop, std::function<void()> changed);
+    BusSignals(EventLoop &loop, BusNews &news, std::function<void()> changed);
     BusSignals(const BusSignals &) = delete;
     BusSignals &operator=(const BusSignals &) = delete;
     ~BusSignals();
@@ -31,8 +32,11 @@ public:
 
 private:
     void lost();
+    void setListening(bool isListening);
 
     EventLoop &loop_;
+    BusNews &news_;
+    bool isListening_ = false;
     std::function<void()> changed_;
     std::unique_ptr<sd_bus, BusRelease> bus_;
     MainActor::TimerID retry_ = 0;

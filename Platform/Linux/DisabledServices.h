@@ -17,6 +17,7 @@ public:
     void insert(const std::string &device) {
         const std::lock_guard lock(mutex_);
         devices_.insert(device);
+        ++insertions_;
     }
     void erase(const std::string &device) {
         const std::lock_guard lock(mutex_);
@@ -32,9 +33,16 @@ public:
         return devices_;
     }
 
+    /// How often a service was disabled so far. What was asked before the last time knows nothing of it.
+    unsigned insertions() const {
+        const std::lock_guard lock(mutex_);
+        return insertions_;
+    }
+
 private:
     mutable std::mutex mutex_;
     std::set<std::string> devices_;
+    unsigned insertions_ = 0;
 };
 
 } // namespace tarn

@@ -85,7 +85,9 @@ void FileWatch::readEvents() {
             if (found == interests_.end())
                 continue;
             const auto &interest = found->second;
-            isRelevant = isRelevant || interest.isFile || interest.entries.contains(name) ||
+            // A folder that left its place takes the watch for what may come there with it.
+            const bool isGone = (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) != 0;
+            isRelevant = isRelevant || isGone || interest.isFile || interest.entries.contains(name) ||
                          (interest.isFolder && (name.empty() || counts_(name)));
             if (event.mask & IN_IGNORED)
                 interests_.erase(found);

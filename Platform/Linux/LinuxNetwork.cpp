@@ -1,5 +1,6 @@
 #include "Platform/Linux/LinuxNetwork.h"
 
+#include "Platform/Linux/ResolvedLink.h"
 #include "Platform/Linux/RouteNetlink.h"
 #include "Platform/Linux/Sysfs.h"
 #include "TarnSystem/Files.h"
@@ -22,9 +23,10 @@ constexpr const char *resolvConf = "/etc/resolv.conf";
 constexpr std::array leaseFolders = {"/run/systemd/netif/leases", "/var/lib/NetworkManager", "/var/lib/dhcp",
                                      "/var/lib/dhclient"};
 
-class LinuxStore final : public DynamicStore {
+class LinuxStore : public DynamicStore {
 public:
-    explicit LinuxStore(LinuxNetwork &network) : network_(network) {}
+    /// Changes are told to `news`, which must outlive the session.
+    LinuxStore(LinuxNetwork &network, BusNews &news) : network_(network), resolved_(news) {}
 
     std::optional<std::vector<std::string>> copyKeyList(const std::string &pattern) override {
         const auto *picture = network_.pictureForKeyList();
@@ -40,8 +42,30 @@ public:
         return picture ? picture->value(key) : std::nullopt;
     }
 
+    std::optional<std::string> setValue(const std::string &key, const Value &value) override {
+        const auto device = deviceOfDNSKey(key);
+        const Value *entry = value.find("ServerAddresses");
+        if (!device || !entry || !entry->array())
+            return "Only the name servers of a device can be set.";
+        std::vector<std::string> servers;
+        for (const auto &server : *entry->array())
+            servers.push_back(server.string() ? *server.string() : std::string());
+        return resolved_.setServers(*device, servers);
+    }
+
 private:
     LinuxNetwork &network_;
+    ResolvedLink resolved_;
+};
+
+struct OwnNetwork {
+    LinuxNetwork network;
+};
+
+class OwnStore final : private OwnNetwork, public LinuxStore {
+public:
+    OwnStore(DisabledServices &disabled, BusNews &news)
+        : OwnNetwork{LinuxNetwork(disabled)}, LinuxStore(network, news) {}
 };
 
 class LinuxPreferences final : public NetworkPreferences {
@@ -69,8 +93,20 @@ private:
 } // namespace
 
 bool LinuxNetwork::takePicture() {
-    NetworkPicture picture;
     visibility_ = {};
+    const bool isTaken = readPicture();
+    const std::lock_guard lock(publishing_);
+    published_ = visibility_;
+    return isTaken;
+}
+
+SystemVisibility LinuxNetwork::visibility() const {
+    const std::lock_guard lock(publishing_);
+    return published_;
+}
+
+bool LinuxNetwork::readPicture() {
+    NetworkPicture picture;
     picture_.reset();
     isListed_ = false;
     const auto result = RouteNetlink::read(picture);
@@ -108,14 +144,23 @@ const SynthesizedStore *LinuxNetwork::pictureForKeyList() {
 void LinuxNetwork::readManaged(NetworkPicture &picture) {
     // Asked first: what is disabled only after NetworkManager's answer is not enabled again by it.
     const auto disabled = disabled_.devices();
+    // And an answer from before a service was disabled must not enable it again either.
+    if (const auto insertions = disabled_.insertions(); std::exchange(insertions_, insertions) != insertions)
+        bus_.forget();
     if (auto managed = bus_.activeDevices(visibility_))
         picture.managed = *std::move(managed);
+    // A radio that was disconnected is off, whoever did it. Of other devices only ours count: a cable
+    // that somebody disconnected is not to be connected again for him.
+    std::erase_if(picture.managed, [&](const NetworkPicture::Managed &managed) {
+        const auto link = std::ranges::find(picture.links, managed.device, &NetworkPicture::Link::name);
+        return managed.isDisabled && (link == picture.links.end() || !link->isWireless);
+    });
     for (const auto &device : disabled) {
-        if (std::ranges::find(picture.managed, device, &NetworkPicture::Managed::device) !=
-            picture.managed.end())
-            disabled_.erase(device);
-        else
+        const auto found = std::ranges::find(picture.managed, device, &NetworkPicture::Managed::device);
+        if (found == picture.managed.end())
             picture.managed.push_back({device, {}, true});
+        else if (!found->isDisabled)
+            disabled_.erase(device);
     }
 }
 
@@ -146,7 +191,11 @@ std::vector<std::string> LinuxNetwork::resolverFiles() {
 }
 
 std::unique_ptr<DynamicStore> LinuxNetwork::openStore() {
-    return std::make_unique<LinuxStore>(*this);
+    return std::make_unique<LinuxStore>(*this, news_);
+}
+
+std::unique_ptr<DynamicStore> LinuxNetwork::openOwnStore() {
+    return std::make_unique<OwnStore>(disabled_, news_);
 }
 
 std::unique_ptr<NetworkPreferences> LinuxNetwork::openPreferences() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Linux/BusNews.h"
 #include "Platform/Linux/DisabledServices.h"
 #include "Platform/Linux/SystemBus.h"
 #include "TarnSystem/DynamicStore.h"
@@ -8,6 +9,7 @@
 #include "TarnSystem/SystemVisibility.h"
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,25 +33,36 @@ public:
     /// kernel could not be asked.
     const SynthesizedStore *pictureForKeyList();
 
-    /// What of the last picture could be asked.
-    SystemVisibility visibility() const { return visibility_; }
     SystemBus &bus() { return bus_; }
+
+    /// What of the last picture could be asked. Any thread.
+    SystemVisibility visibility() const;
+    /// Where to tell that the services on the bus may answer otherwise by now. Any thread.
+    BusNews &news() { return news_; }
 
     /// The files, and the folders of files, from which a picture is made beside the kernel's tables.
     static std::vector<std::string> resolverFiles();
 
     std::unique_ptr<DynamicStore> openStore();
+    /// A session that does not belong to this one's readings, and may be used on another thread.
+    std::unique_ptr<DynamicStore> openOwnStore();
     std::unique_ptr<NetworkPreferences> openPreferences();
 
 private:
+    bool readPicture();
     void readManaged(NetworkPicture &picture);
     void readLeases(NetworkPicture &picture);
 
     DisabledServices &disabled_;
-    SystemBus bus_;
+    /// Of those that the last answers knew of.
+    unsigned insertions_ = 0;
+    BusNews news_;
+    SystemBus bus_{news_};
     std::optional<SynthesizedStore> picture_;
     bool isListed_ = false;
     SystemVisibility visibility_;
+    mutable std::mutex publishing_;
+    SystemVisibility published_; // guarded by publishing_
 };
 
 } // namespace tarn

@@ -1,5 +1,7 @@
 #include "Platform/Linux/DisabledServices.h"
 #include "Platform/Linux/EventLoop.h"
+#include "Platform/Linux/LinuxClock.h"
+#include "Platform/Linux/LinuxHostEvents.h"
 #include "Platform/Linux/LinuxKernelTables.h"
 #include "Platform/Linux/LinuxLog.h"
 #include "Platform/Linux/LinuxNetwork.h"
@@ -9,6 +11,7 @@
 #include "Platform/Linux/LinuxStoreWatch.h"
 #include "Platform/Linux/LinuxWiFi.h"
 #include "Platform/Linux/ResourceStrings.h"
+#include "Platform/Linux/SystemdSupervisor.h"
 #include "Platform/Linux/UdpNetwork.h"
 #include "Platform/Platform.h"
 #include "TarnSystem/JsonPreferences.h"
@@ -25,6 +28,12 @@ std::string environment(const char *name) {
     return value ? value : "";
 }
 
+std::string ownFolder() {
+    // systemd lists several folders with colons between them; the first is ours.
+    const auto state = environment("STATE_DIRECTORY");
+    return state.empty() ? "/var/lib/tarnlink" : state.substr(0, state.find(':'));
+}
+
 /// Managed over user over machine. A process without a home has no user's layer.
 std::vector<std::string> preferenceLayers() {
     std::vector<std::string> layers = {"/etc/tarnlink/managed.json"};
@@ -35,10 +44,7 @@ std::vector<std::string> preferenceLayers() {
         layers.push_back(configuration + "/tarnlink/preferences.json");
     else if (!home.empty())
         layers.push_back(home + "/.config/tarnlink/preferences.json");
-    // systemd lists several folders with colons between them; the first is ours.
-    const auto state = environment("STATE_DIRECTORY");
-    layers.push_back((state.empty() ? "/var/lib/tarnlink" : state.substr(0, state.find(':'))) +
-                     "/preferences.json");
+    layers.push_back(ownFolder() + "/preferences.json");
     return layers;
 }
 
@@ -55,8 +61,20 @@ public:
     InterfaceLookup &interfaceLookup() override { return lookup_; }
     DatagramNetwork &datagrams() override { return datagrams_; }
     const LocalizedStrings &strings() override { return strings_; }
+    SystemClock &clock() override { return clock_; }
+    HostEvents &hostEvents() override { return hostEvents_; }
+    Supervisor &supervisor() override { return supervisor_; }
+    std::string stateFolder() override { return ownFolder(); }
+    void rememberDisabled(const std::vector<std::string> &serviceIDs) override {
+        for (const auto &serviceID : serviceIDs)
+            if (auto device = deviceForServiceID(serviceID))
+                disabled_.insert(*device);
+    }
     std::unique_ptr<DynamicStore> openDynamicStore(const std::string &) override {
         return network_.openStore();
+    }
+    std::unique_ptr<DynamicStore> openDynamicStoreEditor(const std::string &) override {
+        return network_.openOwnStore();
     }
     std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &) override {
         return network_.openPreferences();
@@ -67,7 +85,7 @@ public:
     std::unique_ptr<DynamicStoreWatch> watchDynamicStore(const std::string &,
                                                          DynamicStoreWatch::Callback callback) override {
         try {
-            return std::make_unique<LinuxStoreWatch>(loop_, std::move(callback));
+            return std::make_unique<LinuxStoreWatch>(loop_, network_.news(), std::move(callback));
         } catch (const std::system_error &) {
             return nullptr;
         }
@@ -87,6 +105,9 @@ private:
     LinuxInterfaceLookup lookup_;
     UdpNetwork datagrams_{loop_};
     ResourceStrings strings_;
+    LinuxClock clock_;
+    LinuxHostEvents hostEvents_{loop_, preferenceLayers()};
+    SystemdSupervisor supervisor_;
 };
 
 } // namespace

@@ -28,9 +28,9 @@ constexpr auto pauseAfterFailure = 1s;
 
 } // namespace
 
-LinuxStoreWatch::LinuxStoreWatch(EventLoop &loop, Callback callback)
-    : loop_(loop), callback_(std::move(callback)), news_(RouteNetlink::subscribe()) {
-    if (!news_)
+LinuxStoreWatch::LinuxStoreWatch(EventLoop &loop, BusNews &news, Callback callback)
+    : loop_(loop), news_(news), callback_(std::move(callback)), kernelNews_(RouteNetlink::subscribe()) {
+    if (!kernelNews_)
         throw std::system_error(errno, std::generic_category(), "rtnetlink");
 }
 
@@ -51,10 +51,10 @@ bool LinuxStoreWatch::schedule() {
     askUntil_ = lastLook_ + newsDelay;
     lookAt(lastLook_ + askEvery);
     newsArrived_ = [this] {
-        if (RouteNetlink::takeNews(news_))
+        if (RouteNetlink::takeNews(kernelNews_))
             lookAt(std::max(loop_.now(), lastLook_ + shortestPause));
     };
-    newsSource_ = loop_.whenReadable(news_.get(), newsArrived_);
+    newsSource_ = loop_.whenReadable(kernelNews_.get(), newsArrived_);
     auto paths = LinuxNetwork::resolverFiles();
     if (auto socket = BusSignals::socketPath(); !socket.empty())
         paths.push_back(std::move(socket));
@@ -62,7 +62,7 @@ bool LinuxStoreWatch::schedule() {
         report(PictureChanges::resolverKeys(known_));
         signals_->open();
     });
-    signals_.emplace(loop_, [this] { report(PictureChanges::managerKeys(known_)); });
+    signals_.emplace(loop_, news_, [this] { report(PictureChanges::managerKeys(known_)); });
     signals_->open();
     return true;
 }

@@ -21,7 +21,8 @@ namespace tarn {
 /// Throws std::system_error when the kernel refuses a socket.
 class LinuxStoreWatch final : public DynamicStoreWatch {
 public:
-    LinuxStoreWatch(EventLoop &loop, Callback callback);
+    /// `news`, which must outlive this, hears of what the bus tells.
+    LinuxStoreWatch(EventLoop &loop, BusNews &news, Callback callback);
     LinuxStoreWatch(const LinuxStoreWatch &) = delete;
     LinuxStoreWatch &operator=(const LinuxStoreWatch &) = delete;
     ~LinuxStoreWatch() override;
@@ -37,6 +38,7 @@ private:
     void report(const std::vector<std::string> &keys);
 
     EventLoop &loop_;
+    BusNews &news_;
     Callback callback_;
     std::vector<std::string> patterns_;
     NetworkPicture known_;
@@ -44,7 +46,7 @@ private:
     TimePoint askUntil_;
     TimePoint nextLook_;
     MainActor::TimerID timer_ = 0;
-    Descriptor news_;
+    Descriptor kernelNews_;
     std::function<void()> newsArrived_;
     LoopSource newsSource_;
     std::optional<FileWatch> files_;

@@ -15,7 +15,6 @@ using Kind = WiFiClient::PowerResult::Kind;
 
 constexpr const char *path = "/org/freedesktop/NetworkManager";
 constexpr const char *interfaceName = "org.freedesktop.NetworkManager";
-constexpr std::chrono::seconds longestWait{5};
 
 std::optional<bool> truth(BusConnection &bus, const BusService &manager, const char *property) {
     const auto message = bus.property(manager, path, interfaceName, property, "b");
@@ -60,24 +59,29 @@ std::optional<WiFiClient::Interface> LinuxWiFi::interface() {
 }
 
 WiFiClient::PowerResult LinuxWiFi::setPower(bool on) {
+    auto result = switchPower(on);
+    // Also after a failure: an answer that comes too late does not say what was done.
+    network_.news().arrive();
+    return result;
+}
+
+WiFiClient::PowerResult LinuxWiFi::switchPower(bool on) {
     const auto deadline = std::chrono::steady_clock::now() + longestWait;
     if (sysfs::wirelessDevices().empty())
         return {Kind::noInterface, {}};
-    BusService manager{interfaceName};
-    BusConnection bus({&manager}, longestWait);
-    bus.update();
-    const auto call = bus.newCall(manager, path, "org.freedesktop.DBus.Properties", "Set");
+    bus_.update();
+    const auto call = bus_.newCall(manager_, path, "org.freedesktop.DBus.Properties", "Set");
     if (!call)
         return {Kind::noController, {}};
     sd_bus_message_append(call.get(), "ssv", interfaceName, "WirelessEnabled", "b", int{on});
     BusFailure failure;
-    if (!bus.send(call, &failure))
+    if (!bus_.send(call, &failure))
         return {Kind::refused, failure.message.empty() ? failure.name : failure.message};
     // The kernel's news of the radio reaches NetworkManager after its answer.
     for (;;) {
-        if (on && truth(bus, manager, "WirelessHardwareEnabled") == false)
+        if (on && truth(bus_, manager_, "WirelessHardwareEnabled") == false)
             return {Kind::refused, "a hardware switch keeps Wi-Fi off"};
-        const auto isOn = truth(bus, manager, "WirelessEnabled");
+        const auto isOn = truth(bus_, manager_, "WirelessEnabled");
         if (isOn == on)
             return {};
         if (!isOn || std::chrono::steady_clock::now() >= deadline)

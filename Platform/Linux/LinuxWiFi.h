@@ -1,7 +1,10 @@
 #pragma once
 
+#include "Platform/Linux/BusConnection.h"
 #include "Platform/Linux/LinuxNetwork.h"
 #include "TarnSystem/WiFiClient.h"
+
+#include <chrono>
 
 namespace tarn {
 
@@ -17,7 +20,14 @@ public:
     PowerResult setPower(bool on) override;
 
 private:
+    static constexpr std::chrono::seconds longestWait{5};
+
+    PowerResult switchPower(bool on);
+
     LinuxNetwork &network_;
+    /// Of setPower() alone. Kept open, so that a request does not wait for greetings.
+    BusService manager_{"org.freedesktop.NetworkManager"};
+    BusConnection bus_{{&manager_}, longestWait};
 };
 
 } // namespace tarn

@@ -11,6 +11,9 @@ namespace {
 constexpr const char *managerPath = "/org/freedesktop/NetworkManager";
 constexpr const char *managerInterface = "org.freedesktop.NetworkManager";
 
+// Nothing is known to change without a signal, but others wrote the services.
+constexpr std::chrono::seconds longestMemory{60};
+
 /// Goes through an array of named values; false when there is none. `take` says whether it read
 /// the value.
 template <class Take> bool readEntries(sd_bus_message *message, Take take) {
@@ -60,7 +63,18 @@ bool readVariant(sd_bus_message *message, char type, std::vector<std::string> &l
 
 void SystemBus::update(SystemVisibility &visibility) {
     using Source = SystemVisibility::Source;
+    // Before the questions: what changes meanwhile is then asked again the next time.
+    const auto news = news_.count();
     const int error = bus_.update();
+    const unsigned serviceChanges = resolved_.changes + networkManager_.changes;
+    const auto now = std::chrono::steady_clock::now();
+    if (!news || news != memory_.news || serviceChanges != memory_.serviceChanges ||
+        now - memory_.since > longestMemory) {
+        forget();
+        memory_.news = news;
+        memory_.serviceChanges = serviceChanges;
+        memory_.since = now;
+    }
     const auto sourceOf = [](const BusService &service) {
         return service.isRunning ? Source::answered : Source::notRunning;
     };
@@ -72,6 +86,8 @@ void SystemBus::update(SystemVisibility &visibility) {
 }
 
 std::optional<std::vector<NetworkPicture::Servers>> SystemBus::resolvedServers(SystemVisibility &visibility) {
+    if (memory_.resolvedServers)
+        return memory_.resolvedServers;
     // org.freedesktop.resolve1(5): interface index, family, address.
     const auto message = bus_.property(resolved_, "/org/freedesktop/resolve1",
                                        "org.freedesktop.resolve1.Manager", "DNS", "a(iiay)");
@@ -108,11 +124,15 @@ std::optional<std::vector<NetworkPicture::Servers>> SystemBus::resolvedServers(S
     int isForRouting = 0;
     while (domains && sd_bus_message_read(domains.get(), "(isb)", &link, &domain, &isForRouting) > 0)
         servers.push_back({static_cast<unsigned>(link), {}, {}, {domain}});
+    if (domains)
+        memory_.resolvedServers = servers;
     return servers;
 }
 
 std::optional<std::vector<NetworkPicture::Servers>>
 SystemBus::networkManagerServers(SystemVisibility &visibility) {
+    if (memory_.networkManagerServers)
+        return memory_.networkManagerServers;
     const auto message =
         bus_.property(networkManager_, "/org/freedesktop/NetworkManager/DnsManager",
                       "org.freedesktop.NetworkManager.DnsManager", "Configuration", "aa{sv}");
@@ -132,10 +152,13 @@ SystemBus::networkManagerServers(SystemVisibility &visibility) {
     for (; readEntries(message.get(), take); entry = {})
         if (!entry.device.empty())
             servers.push_back(std::move(entry));
+    memory_.networkManagerServers = servers;
     return servers;
 }
 
 std::optional<std::vector<NetworkPicture::Managed>> SystemBus::activeDevices(SystemVisibility &visibility) {
+    if (memory_.activeDevices)
+        return memory_.activeDevices;
     constexpr std::uint32_t deactivating = 3; // NM_ACTIVE_CONNECTION_STATE_DEACTIVATING
     const auto message =
         bus_.property(networkManager_, managerPath, managerInterface, "ActiveConnections", "ao");
@@ -171,8 +194,30 @@ std::optional<std::vector<NetworkPicture::Managed>> SystemBus::activeDevices(Sys
                 managed.push_back({name, profile, false});
         }
     }
-    if (message && !networkManager_.isSilent)
+    // What stays disconnected until somebody connects it is disabled, whichever process did that.
+    std::vector<std::string> all;
+    if (const auto devices = bus_.property(networkManager_, managerPath, managerInterface, "Devices", "ao"))
+        readList(devices.get(), 'o', all);
+    for (const auto &path : all) {
+        const auto device =
+            bus_.properties(networkManager_, path.c_str(), "org.freedesktop.NetworkManager.Device");
+        std::string name;
+        std::string own;
+        int isManaged = 0;
+        int connectsItself = 1;
+        const auto take = [&](std::string_view key) {
+            return (key == "Interface" && readVariant(device.get(), 's', name)) ||
+                   (key == "ActiveConnection" && readVariant(device.get(), 'o', own)) ||
+                   (key == "Managed" && readVariant(device.get(), 'b', isManaged)) ||
+                   (key == "Autoconnect" && readVariant(device.get(), 'b', connectsItself));
+        };
+        if (device && readEntries(device.get(), take) && own == "/" && isManaged && !connectsItself)
+            managed.push_back({name, {}, true});
+    }
+    if (message && !networkManager_.isSilent) {
+        memory_.activeDevices = managed;
         return managed;
+    }
     if (networkManager_.isRunning)
         visibility.networkManager = SystemVisibility::Source::notAnswering;
     return std::nullopt;
@@ -211,15 +256,18 @@ std::optional<SystemBus::AccessPoint> SystemBus::activeAccessPoint(const std::st
 }
 
 std::optional<bool> SystemBus::networkManagerWiFiEnabled() {
+    if (memory_.isWiFiEnabled)
+        return memory_.isWiFiEnabled;
     int isEnabled = 0;
     for (const char *name : {"WirelessEnabled", "WirelessHardwareEnabled"}) {
         const auto message = bus_.property(networkManager_, managerPath, managerInterface, name, "b");
         if (!message || sd_bus_message_read(message.get(), "b", &isEnabled) <= 0)
             return std::nullopt;
         if (!isEnabled)
-            return false;
+            break;
     }
-    return true;
+    memory_.isWiFiEnabled = isEnabled != 0;
+    return memory_.isWiFiEnabled;
 }
 
 } // namespace tarn

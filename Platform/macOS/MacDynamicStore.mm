@@ -35,6 +35,16 @@ public:
         return value;
     }
 
+    std::optional<std::string> setValue(const std::string &key, const Value &value) override {
+        const auto cfKey = makeCFString(key);
+        const auto propertyList = propertyListFromValue(value);
+        if (!cfKey || !propertyList)
+            return SCErrorString(kSCStatusInvalidArgument);
+        if (SCDynamicStoreSetValue(store_.get(), cfKey.get(), propertyList.get()) == 0)
+            return SCErrorString(SCError());
+        return std::nullopt;
+    }
+
 private:
     CFRef<SCDynamicStoreRef> store_;
 };

@@ -4,20 +4,34 @@
 #include "Platform/macOS/CFPreferences.h"
 #include "Platform/macOS/CoreWLANClient.h"
 #include "Platform/macOS/DispatchMainActor.h"
+#include "Platform/macOS/LaunchdSupervisor.h"
 #include "Platform/macOS/MacDatagramNetwork.h"
 #include "Platform/macOS/MacDynamicStore.h"
 #include "Platform/macOS/MacDynamicStoreWatch.h"
+#include "Platform/macOS/MacHostEvents.h"
 #include "Platform/macOS/MacInterfaceLookup.h"
 #include "Platform/macOS/MacKernelTables.h"
 #include "Platform/macOS/MacNetworkPreferences.h"
 #include "Platform/macOS/MacProcessLauncher.h"
 #include "Platform/macOS/MacSecureRandom.h"
+#include "Platform/macOS/MacSystemClock.h"
 #include "Platform/macOS/UnifiedLog.h"
+#include "TarnCore/ApplicationID.h"
+
+#import <Foundation/Foundation.h>
 
 #include <utility>
 
 namespace tarn {
 namespace {
+
+/// Where the system keeps our preferences: managed, the user's, the machine's.
+std::vector<std::string> preferenceFiles() {
+    const auto name = "/" + std::string(AppInfo::identifier) + ".plist";
+    const std::string home = NSHomeDirectory().UTF8String;
+    return {"/Library/Managed Preferences" + name, home + "/Library/Preferences" + name,
+            "/Library/Preferences" + name};
+}
 
 class MacPlatform final : public Platform {
 public:
@@ -32,8 +46,16 @@ public:
     InterfaceLookup &interfaceLookup() override { return interfaceLookup_; }
     DatagramNetwork &datagrams() override { return datagrams_; }
     const LocalizedStrings &strings() override { return strings_; }
+    SystemClock &clock() override { return clock_; }
+    HostEvents &hostEvents() override { return hostEvents_; }
+    Supervisor &supervisor() override { return supervisor_; }
+    std::string stateFolder() override { return "/Library/Application Support/Tarnlink"; }
 
+    void rememberDisabled(const std::vector<std::string> &) override {}
     std::unique_ptr<DynamicStore> openDynamicStore(const std::string &clientName) override {
+        return openMacDynamicStore(clientName);
+    }
+    std::unique_ptr<DynamicStore> openDynamicStoreEditor(const std::string &clientName) override {
         return openMacDynamicStore(clientName);
     }
     std::unique_ptr<NetworkPreferences> openNetworkPreferences(const std::string &clientName) override {
@@ -60,6 +82,9 @@ private:
     MacInterfaceLookup interfaceLookup_;
     MacDatagramNetwork datagrams_;
     BundleStrings strings_;
+    MacSystemClock clock_;
+    MacHostEvents hostEvents_{preferenceFiles()};
+    LaunchdSupervisor supervisor_;
     // The last, and so the first to go: jobs that still wait may hold what uses the other parts.
     DispatchMainActor mainActor_;
 };

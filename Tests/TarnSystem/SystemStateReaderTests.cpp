@@ -51,6 +51,7 @@ public:
         const auto *value = values_.find(key[15] + key.substr(key.find('/', 15)));
         return value ? std::optional(*value) : std::nullopt;
     }
+    std::optional<std::string> setValue(const std::string &, const Value &) override { return "refused"; }
     void synchronize() override { machine_.isSynchronized = true; }
     std::optional<std::vector<std::string>> currentServiceOrder() override {
         EXPECT_TRUE(machine_.isSynchronized);

@@ -42,6 +42,7 @@ public:
         const auto i = std::stoul(key);
         return i < values_.size() ? std::optional(values_[i]) : std::nullopt;
     }
+    std::optional<std::string> setValue(const std::string &, const Value &) override { return "refused"; }
 
 private:
     std::vector<Value> values_;

@@ -87,6 +87,8 @@ TEST(WiFiController, WithoutAToolNothingToSwitchIsNoFailure) {
         radio.result = {kind, "a switch"};
         EXPECT_EQ(radio.failure(std::nullopt), failure);
         EXPECT_EQ(radio.logged, logged) << "once";
+        EXPECT_EQ(radio.failure(std::nullopt, true) != "none",
+                  kind == Kind::refused || kind == Kind::noController);
     }
 }
 

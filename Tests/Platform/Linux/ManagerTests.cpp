@@ -1,6 +1,7 @@
 // Services and Wi-Fi as a real NetworkManager tells of them, through its starts, ends and pauses,
 // and as one with radios would.
 
+#include "Platform/Linux/LinuxStoreWatch.h"
 #include "Platform/Linux/LinuxWiFi.h"
 #include "Support/NetworkManagerLab.h"
 #include "TarnSystem/SystemStateReader.h"
@@ -151,12 +152,66 @@ TEST_F(Managed, ServiceStaysDisabledUntilSomebodyEnablesIt) {
     EXPECT_EQ(names()["eth1"], "eth1 off");
 }
 
+TEST_F(Managed, WhileChangesAreListenedForOnlyTheyMakeItAskAgain) {
+    lab().addCable("eth0", {}, {});
+    manager_->addProfile("Home cable", "eth0");
+    const pid_t manager = manager_->start();
+    expectName("eth0", "Home cable");
+    EventLoop loop;
+    auto lastTold = Clock::now();
+    std::optional<LinuxStoreWatch> watch(std::in_place, loop, network_.news(), [&](const auto &) {
+        names();
+        lastTold = Clock::now();
+    });
+    watch->setNotificationKeys({"Setup:/Network/Service/[^/]+"});
+    watch->schedule();
+    const auto quieten = [&] {
+        do {
+            loop.postAfter(std::chrono::milliseconds(50), [&] { loop.stop(); });
+            loop.run();
+        } while (Clock::now() - lastTold < std::chrono::milliseconds(500));
+    };
+    quieten();
+    names();
+    kill(manager, SIGSTOP);
+    lab().run("ip addr add 192.0.2.77/24 dev eth0");
+    EXPECT_EQ(names()["eth0"], "Home cable");
+    EXPECT_TRUE(isAnswering());
+    EXPECT_TRUE(network_.picture()->value("State:/Network/Interface/eth0/IPv4")) << "the kernel is asked";
+    // The old answer says that a profile is active, but not since when.
+    disabled_.insert("eth0");
+    EXPECT_EQ(names()["eth0"], "eth0 off");
+    EXPECT_FALSE(isAnswering());
+    kill(manager, SIGCONT);
+    disabled_.erase("eth0");
+    for (const auto &[command, name] :
+         {std::pair("disconnect", "eth0"), std::pair("connect", "Home cable")}) {
+        names();
+        quieten();
+        EXPECT_TRUE(isAnswering());
+        manager_->command(std::string("device ") + command + " eth0");
+        quieten();
+        kill(manager, SIGSTOP);
+        EXPECT_EQ(names()["eth0"], name) << "known before it is asked for";
+        kill(manager, SIGCONT);
+    }
+    watch.reset();
+    kill(manager, SIGSTOP);
+    names();
+    EXPECT_FALSE(isAnswering()) << "nobody would hear of changes";
+    kill(manager, SIGCONT);
+}
+
 TEST_F(Managed, RadioIsSwitchedByTheManagerAlone) {
     EXPECT_EQ(wifi_.setPower(false).kind, Kind::noInterface);
     EXPECT_FALSE(wifi_.interface());
     lab().makeWireless("wlan0");
     EXPECT_EQ(wifi_.setPower(false).kind, Kind::noController);
     const pid_t manager = manager_->start();
+    // Its loop does not run: nothing but the switching itself says that Wi-Fi has changed.
+    EventLoop loop;
+    LinuxStoreWatch watch(loop, network_.news(), [](const auto &) {});
+    ASSERT_TRUE(watch.schedule());
     for (const bool on : {false, false, true, true, false}) {
         const auto result = wifi_.setPower(on);
         EXPECT_EQ(result.kind, Kind::done) << result.message;

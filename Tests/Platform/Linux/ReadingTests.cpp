@@ -225,9 +225,9 @@ TEST_F(Reading, PictureIsOfOneMoment) {
 
 class OnTheBus : public Reading {
 protected:
-    /// A service below org.freedesktop with one object, whose properties are written in Python.
+    /// A service below org.freedesktop with one object, whose properties and methods are written in Python.
     pid_t startService(const std::string &name, const std::string &object, const std::string &interface,
-                       const std::string &properties) {
+                       const std::string &properties, const std::string &methods = {}) {
         lab().write("/run/lab/service.py", R"(
 import dbus, os
 from socket import inet_pton
@@ -236,7 +236,8 @@ def server(link, family, text):
     return dbus.Int32(link), dbus.Int32(family), dbus.ByteArray(inet_pton(family, text))
 def load(mock, parameters):
     mock.AddObject('/org/freedesktop/' + os.environ['OBJECT'], BUS_NAME + os.environ['INTERFACE'],
-                   eval(os.environ['PROPERTIES']), [])
+                   eval(os.environ['PROPERTIES']), [)" +
+                                               methods + R"(])
     if os.environ['OBJECT'] == 'NetworkManager/DnsManager':
         mock.AddObject('/org/freedesktop/NetworkManager', BUS_NAME,
                        {'ActiveConnections': dbus.Array([], signature='o')}, [])
@@ -310,6 +311,51 @@ TEST_F(OnTheBus, FirstSourceThatKnowsServersCounts) {
     startBus(lab());
     startManager("192.0.2.4");
     expectServer("192.0.2.4");
+}
+
+TEST_F(OnTheBus, ServersOfADeviceCanBeSetInItsResolver) {
+    addTwoCables();
+    const std::string key = "State:/Network/Service/device:eth0/DNS";
+    const auto set = [&](const std::string &at, const Value &servers) {
+        const Value value = Value::Dictionary{{"ServerAddresses", servers}};
+        return makePlatform()->openDynamicStoreEditor("test")->setValue(at, value).value_or("done");
+    };
+    const auto link = indexOf("eth0");
+    const Value order = Value::strings({"10.0.0.53", "2001:db8::53", "fe80::5%eth0"});
+    EXPECT_EQ(set(key, order), "systemd-resolved is not running.");
+    startBus(lab());
+    EXPECT_EQ(set(key, order), "systemd-resolved is not running.");
+    const pid_t resolved =
+        startService("resolve1", "resolve1", ".Manager",
+                     "{'Domains': dbus.Array([], signature='(isb)'), 'DNS': dbus.Array([server(" + link +
+                         ", 10, 'fe80::5'), server(" + link + ", 2, '10.0.0.53')], signature='(iiay)')}",
+                     R"(('SetLinkDNS', 'ia(iay)', '', """
+if args[0] == )" + indexOf("eth1") +
+                         R"(:
+    raise dbus.exceptions.DBusException('Link eth1 is managed.', name='org.freedesktop.resolve1.LinkBusy')
+servers = dbus.Array([], signature='(iiay)')
+for family, address in args[1]:
+    servers.append((args[0], family, address))
+self.props['org.freedesktop.resolve1.Manager']['DNS'] = servers
+"""))");
+    expectServer("fe80::5%eth0");
+    EXPECT_EQ(set(key, order), "done") << lab().log(resolved);
+    EXPECT_THAT(read()["eth0"].dnsServers, ElementsAre("10.0.0.53", "2001:db8::53", "fe80::5%eth0"));
+    EXPECT_EQ(set(key, Value::strings({"fe80::5%" + link})), "done") << lab().log(resolved);
+    EXPECT_THAT(read()["eth0"].dnsServers, ElementsAre("fe80::5%eth0"));
+
+    const std::vector<std::tuple<std::string, Value, std::string>> rows = {
+        {"State:/Network/Service/device:eth9/DNS", order, "There is no device eth9."},
+        {key, Value::strings({"fe80::5%eth1"}), "fe80::5%eth1 is not the address of a name server on eth0."},
+        {key, Value::Array{1}, " is not the address of a name server on eth0."},
+        {key, "10.0.0.53", "Only the name servers of a device can be set."},
+        {"State:/Network/Service/device:eth0/IPv4", order, "Only the name servers of a device can be set."},
+        {"State:/Network/Service/eth0/DNS", order, "Only the name servers of a device can be set."},
+        {"State:/Network/Service/device:eth1/DNS", Value::strings({"10.0.0.53"}), "Link eth1 is managed."},
+    };
+    for (const auto &[at, servers, words] : rows)
+        EXPECT_EQ(set(at, servers), words);
+    EXPECT_THAT(read()["eth0"].dnsServers, ElementsAre("fe80::5%eth0"));
 }
 
 TEST_F(OnTheBus, BusThatDoesNotAnswerIsNotWaitedFor) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +22,16 @@ Batch timed(std::function<void()> work) {
             samples.push_back(microsecondsSince(start));
         }
     };
+}
+
+double percentile(Samples samples, double share) {
+    std::ranges::sort(samples);
+    const auto rank = std::ceil(share * static_cast<double>(samples.size()));
+    return samples[static_cast<std::size_t>(std::max(rank, 1.0)) - 1];
+}
+
+double milliseconds(Clock::duration time) {
+    return std::chrono::duration<double, std::milli>(time).count();
 }
 
 double median(Samples samples) {

@@ -19,6 +19,9 @@ double microsecondsSince(Clock::time_point start);
 Batch timed(std::function<void()> work);
 
 double median(Samples samples);
+/// The smallest sample that `share` of all do not exceed.
+double percentile(Samples samples, double share);
+double milliseconds(Clock::duration time);
 
 /// The median of each batch. They take turns, `perRound` runs at a time, so that whatever else the machine
 /// does hits all alike; one further round before them is not counted.

@@ -9,6 +9,7 @@
 // WatchBenchmark idle
 //   Watches, and does nothing else.
 
+#include "Benchmarks/Cable.h"
 #include "Benchmarks/Measure.h"
 #include "Platform/Platform.h"
 #include "TarnSystem/DaemonConfig.h"
@@ -42,15 +43,6 @@ using bench::Clock;
 using Time = std::atomic<Clock::time_point>;
 
 constexpr auto never = Clock::time_point::max();
-
-/// Runs work in another network; sockets stay where they were made.
-void inNetwork(const char *name, const std::function<void()> &work) {
-    std::thread([&] {
-        const Descriptor network(open((std::string("/run/netns/") + name).c_str(), O_RDONLY | O_CLOEXEC));
-        bench::check(network && setns(network.get(), CLONE_NEWNET) == 0, name);
-        work();
-    }).join();
-}
 
 class Machine {
 public:
@@ -103,47 +95,8 @@ private:
     Time told_ = never;
 };
 
-/// The far end of a cable, pulled by a thread of its own.
-class Cable {
-public:
-    Cable(const char *device, const char *network) : device_(device) {
-        inNetwork(network, [this] { socket_ = Descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)); });
-        bench::check(bool(socket_), "socket");
-    }
-    void plug() const { set(true); }
-    /// When it was pulled.
-    Clock::time_point pull() const {
-        const auto start = Clock::now();
-        set(false);
-        return start;
-    }
-
-private:
-    void set(bool isUp) const {
-        ifreq request{};
-        device_.copy(request.ifr_name, IFNAMSIZ - 1);
-        bench::check(ioctl(socket_.get(), SIOCGIFFLAGS, &request) == 0, "SIOCGIFFLAGS");
-        request.ifr_flags =
-            static_cast<short>(isUp ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP);
-        bench::check(ioctl(socket_.get(), SIOCSIFFLAGS, &request) == 0, "SIOCSIFFLAGS");
-    }
-
-    std::string device_;
-    Descriptor socket_;
-};
-
-double percentile(bench::Samples samples, double share) {
-    std::ranges::sort(samples);
-    const auto rank = std::ceil(share * static_cast<double>(samples.size()));
-    return samples[static_cast<std::size_t>(std::max(rank, 1.0)) - 1];
-}
-
-double milliseconds(Clock::duration time) {
-    return std::chrono::duration<double, std::milli>(time).count();
-}
-
 /// One loss after the pause: from the pull to the handler's call.
-double lose(Machine &machine, const Cable &cable, Clock::duration pause) {
+double lose(Machine &machine, const bench::Cable &cable, Clock::duration pause) {
     machine.forget();
     cable.plug();
     machine.runUntilTold();
@@ -157,22 +110,22 @@ double lose(Machine &machine, const Cable &cable, Clock::duration pause) {
     });
     const auto told = machine.runUntilTold();
     hand.join();
-    return milliseconds(told - pulled.load());
+    return bench::milliseconds(told - pulled.load());
 }
 
 void measureLosses(const char *device, const char *network, int rounds,
                    const std::function<Clock::duration()> &pause) {
     Machine machine(0, device);
-    const Cable cable(device, network);
+    const bench::Cable cable(device, network);
     cable.pull();
     machine.runFor(500ms);
     bench::Samples samples;
     for (int i = 0; i < rounds; ++i)
         samples.push_back(lose(machine, cable, pause()));
     cable.plug();
-    bench::report("median", percentile(samples, 0.5));
-    bench::report("p99", percentile(samples, 0.99));
-    bench::report("most", percentile(samples, 1));
+    bench::report("median", bench::percentile(samples, 0.5));
+    bench::report("p99", bench::percentile(samples, 0.99));
+    bench::report("most", bench::percentile(samples, 1));
 }
 
 /// NetworkManager's state of a device (NMDeviceState); 100 is "activated".
@@ -211,7 +164,7 @@ private:
 
 void measureBesideManager(const char *device, const char *network, int rounds, Clock::duration pause) {
     Machine machine(DaemonConfig().eventDebounce, device);
-    const Cable cable(device, network);
+    const bench::Cable cable(device, network);
     const Manager manager(device);
     bench::Samples ours;
     bench::Samples theirs;
@@ -221,13 +174,13 @@ void measureBesideManager(const char *device, const char *network, int rounds, C
         machine.runFor(pause);
         machine.forget();
         const auto pulled = cable.pull();
-        ours.push_back(milliseconds(machine.runUntilTold() - pulled));
+        ours.push_back(bench::milliseconds(machine.runUntilTold() - pulled));
         machine.runUntil([&] { return !manager.isActivated(); });
-        theirs.push_back(milliseconds(Clock::now() - pulled));
+        theirs.push_back(bench::milliseconds(Clock::now() - pulled));
     }
     cable.plug();
-    bench::report("ours", percentile(ours, 0.5));
-    bench::report("theirs", percentile(theirs, 0.5));
+    bench::report("ours", bench::percentile(ours, 0.5));
+    bench::report("theirs", bench::percentile(theirs, 0.5));
 }
 
 /// Adds or removes an IPv4 address without waiting for the kernel's word.

@@ -19,14 +19,6 @@ const std::string *probeDevice(const Decision &decision) {
     return found == decision.actions.end() ? nullptr : &found->device;
 }
 
-std::optional<std::string> sourceAddress(const InterfaceSnapshot &snapshot) {
-    if (const auto *address = snapshot.firstRoutableIPv4())
-        return *address;
-    if (const auto *address = snapshot.firstRoutableIPv6())
-        return address->address;
-    return std::nullopt;
-}
-
 TarnControl controlFor(const DaemonConfig &config, bool wifiPowerOn) {
     // Nothing here has ever switched Wi-Fi off: when it is off, the user did it.
     return {config.enabled,
@@ -38,6 +30,14 @@ TarnControl controlFor(const DaemonConfig &config, bool wifiPowerOn) {
 }
 
 } // namespace
+
+std::optional<std::string> probeSource(const InterfaceSnapshot &snapshot) {
+    if (const auto *address = snapshot.firstRoutableIPv4())
+        return *address;
+    if (const auto *address = snapshot.firstRoutableIPv6())
+        return address->address;
+    return std::nullopt;
+}
 
 ProbeState stateAfter(const ProbeOutcome &outcome, const ProbeState &previous) {
     if (outcome.kind == ProbeOutcome::Kind::reachable)
@@ -70,7 +70,7 @@ Task<Evaluation> evaluateOnce(SystemStateReading &reader, Probing &prober, const
         }
         const std::string server = snapshot->dnsServers.front();
         ProbeOutcome outcome =
-            co_await prober.probe(snapshot->device, server, sourceAddress(*snapshot), config.probeTimeout);
+            co_await prober.probe(snapshot->device, server, probeSource(*snapshot), config.probeTimeout);
         state = stateAfter(outcome, state);
         result.probes.push_back({snapshot->device, server, std::move(outcome)});
     }

@@ -39,6 +39,9 @@ struct Evaluation {
     SystemVisibility visibility;
 };
 
+/// The address of the interface from which it is probed; none when it has no routable one.
+std::optional<std::string> probeSource(const InterfaceSnapshot &snapshot);
+
 /// The probe state after one more probe ended.
 ProbeState stateAfter(const ProbeOutcome &outcome, const ProbeState &previous);
 

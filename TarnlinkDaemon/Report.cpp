@@ -167,13 +167,6 @@ std::string describe(const ProbeRecord &probe) {
     return text + ", name server " + probe.server;
 }
 
-std::string describe(const Status &status) {
-    std::string text(Status::caseName(status.kind));
-    if (Status::hasPayload(status.kind))
-        text += " (" + status.device + ", " + status.name + ")";
-    return text;
-}
-
 std::string_view word(Action::Kind kind) {
     switch (kind) {
     case Action::Kind::setWiFiPower:
@@ -330,6 +323,13 @@ template <class List> Value encodedList(const List &list) {
 }
 
 } // namespace
+
+std::string describe(const Status &status) {
+    std::string text(Status::caseName(status.kind));
+    if (Status::hasPayload(status.kind))
+        text += " (" + status.device + ", " + status.name + ")";
+    return text;
+}
 
 std::string asText(const Evaluation &evaluation) {
     std::vector<Row> rows = {

@@ -6,6 +6,9 @@
 
 namespace tarn::report {
 
+/// Such as "wired (eth0, Office)".
+std::string describe(const Status &status);
+
 /// An evaluation for a person at a terminal.
 std::string asText(const Evaluation &evaluation);
 

@@ -1,13 +1,27 @@
 #include "Platform/Platform.h"
 #include "TarnCore/AppInfo.h"
 #include "TarnSystem/ConfigLoader.h"
+#include "TarnSystem/DNSCacheFlusher.h"
 #include "TarnSystem/DNSProbe.h"
+#include "TarnSystem/SCDynamicStoreEventSource.h"
+#include "TarnSystem/ServiceController.h"
 #include "TarnSystem/SystemStateReader.h"
+#include "TarnSystem/TrafficCounters.h"
+#include "TarnSystem/WiFiController.h"
+#include "TarnlinkDaemon/Daemon.h"
 #include "TarnlinkDaemon/Evaluation.h"
+#include "TarnlinkDaemon/Recording.h"
 #include "TarnlinkDaemon/Report.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <exception>
+#include <fcntl.h>
+#include <fstream>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,22 +29,29 @@ namespace {
 
 constexpr int exitFailed = 1;
 constexpr int exitUsage = 2;
+constexpr int exitTaken = 3;
 
 constexpr const char *help =
-    R"(Usage: TarnlinkDaemon --once --dry-run [OPTION]...
-Shows what Tarnlink would do on this machine now, and why. Changes nothing.
+    R"(Usage: TarnlinkDaemon [OPTION]...
+Watches the network: Wi-Fi goes off while a wired path works, and comes back when it does not.
+When it is asked to stop (SIGTERM, SIGINT), it undoes what it has changed and ends.
 
-  --once              a single evaluation
   --dry-run           decide, but carry nothing out
-  --json              print one JSON object instead of text
   --disabled          as if the protection were switched off
   --probe-mode MODE   "dns": ask a name server through each wired interface that needs it;
                       "off": take every wired path with an address and a router as good
   --probe-name NAME   the name to ask for
+  --record FILE       write everything that is decided upon to a new file, decisions too
+
+Other uses:
+  --once --dry-run    show what Tarnlink would do on this machine now, and why; change nothing
+    --json            as one JSON object instead of text
+  --undo              undo what a daemon that was killed left behind
+  --replay FILE       decide once more upon what --record wrote, print the decisions
   --help, --version
 
-Exit status: 0 done, 1 the network could not be read or the report not
-written, 2 wrong use.
+Exit status: 0 done, 1 failed (--undo: something is left to be undone; --replay: a decision
+differs from the recorded one), 2 wrong use, 3 another daemon is running.
 )";
 
 bool print(const std::string &text) {
@@ -60,22 +81,17 @@ tarn::Task<void> runOnce(tarn::Platform &platform, tarn::SystemStateReading &rea
     platform.mainActor().post([&platform] { platform.mainActor().stop(); });
 }
 
-int evaluate(const std::vector<std::string> &arguments, bool wantsJson) {
-    const auto platform = tarn::makePlatform();
+int evaluate(tarn::Platform &platform, const tarn::DaemonConfig &config, bool wantsJson) {
     tarn::Evaluation evaluation;
-    evaluation.config = tarn::ConfigLoader::load(platform->preferences(), arguments);
-    if (!evaluation.config.once || !evaluation.config.dryRun) {
-        complain("this version watches and switches nothing yet; run it as TarnlinkDaemon --once --dry-run");
-        return exitUsage;
-    }
+    evaluation.config = config;
     const std::string client = tarn::SystemStateReader::clientName;
-    tarn::SystemStateReader reader(platform->openDynamicStore(client),
-                                   platform->openNetworkPreferences(client), platform->wifi());
-    tarn::DNSProbe prober(evaluation.config.probeName, {platform->mainActor(), platform->interfaceLookup(),
-                                                        platform->datagrams(), platform->random()});
+    tarn::SystemStateReader reader(platform.openDynamicStore(client), platform.openNetworkPreferences(client),
+                                   platform.wifi());
+    tarn::DNSProbe prober(evaluation.config.probeName, {platform.mainActor(), platform.interfaceLookup(),
+                                                        platform.datagrams(), platform.random()});
     std::exception_ptr error;
-    tarn::detach(runOnce(*platform, reader, prober, evaluation, error));
-    platform->mainActor().run();
+    tarn::detach(runOnce(platform, reader, prober, evaluation, error));
+    platform.mainActor().run();
     if (error)
         std::rethrow_exception(error);
     if (!print(wantsJson ? tarn::report::asJson(evaluation) : tarn::report::asText(evaluation))) {
@@ -85,20 +101,167 @@ int evaluate(const std::vector<std::string> &arguments, bool wantsJson) {
     return 0;
 }
 
+/// The daemon's parts on this system, in the order in which they need each other.
+class Running {
+public:
+    Running(tarn::Platform &platform, tarn::StateFolder &folder, std::vector<std::string> arguments,
+            tarn::Daemon::Options options)
+        : platform_(platform), arguments_(std::move(arguments)),
+          daemon_({
+                      .actor = platform_.mainActor(),
+                      .clock = platform_.clock(),
+                      .log = platform_.log(),
+                      .events = events_,
+                      .host = platform_.hostEvents(),
+                      .supervisor = platform_.supervisor(),
+                      .makeProber = [this](const std::string &name) { return makeProber(name); },
+                      .counters = counters_,
+                      .reader = reader_,
+                      .readQueue = readQueue_,
+                      .switcher = switcher_,
+                      .switchQueue = switchQueue_,
+                      .folder = folder,
+                      .diskQueue = diskQueue_,
+                      .rememberDisabled =
+                          [this](const std::vector<std::string> &serviceIDs) {
+                              platform_.rememberDisabled(serviceIDs);
+                          },
+                      .loadConfig =
+                          [this] { return tarn::ConfigLoader::load(platform_.preferences(), arguments_); },
+                  },
+                  std::move(options), [this](bool isUndone) {
+                      isUndone_ = isUndone;
+                      platform_.mainActor().stop();
+                  }) {}
+
+    /// Returns whether everything was undone in the end.
+    bool run() {
+        daemon_.start();
+        platform_.mainActor().run();
+        return isUndone_;
+    }
+
+private:
+    std::unique_ptr<tarn::Probing> makeProber(const std::string &name) {
+        return std::make_unique<tarn::DNSProbe>(
+            name, tarn::DNSProbe::Services{platform_.mainActor(), platform_.interfaceLookup(),
+                                           platform_.datagrams(), platform_.random()});
+    }
+    tarn::ServiceController::Opener servicesOpener() {
+        return [this] { return platform_.openNetworkPreferencesEditor(client_); };
+    }
+
+    tarn::Platform &platform_;
+    const std::vector<std::string> arguments_;
+    const std::string client_ = tarn::SystemStateReader::clientName;
+    bool isUndone_ = false;
+
+    // On the reading thread.
+    tarn::SystemStateReader state_{platform_.openDynamicStore(client_),
+                                   platform_.openNetworkPreferences(client_), platform_.wifi()};
+    tarn::ServiceController readServices_{servicesOpener()};
+    tarn::SystemReading reader_{state_, readServices_,
+                                [this](const std::string &name) { return platform_.openDynamicStore(name); }};
+    // On the switching thread.
+    tarn::WiFiController wifi_{platform_.wifi(), platform_.processes(), platform_.wifiPowerTool(),
+                               platform_.log()};
+    tarn::ServiceController switchServices_{servicesOpener()};
+    tarn::DNSCacheFlusher cache_{platform_.kernelTables()};
+    tarn::Switcher switcher_{wifi_, switchServices_, cache_, [this](const std::string &name) {
+                                 return platform_.openDynamicStoreEditor(name);
+                             }};
+
+    tarn::TrafficCounters counters_{platform_.kernelTables()};
+    tarn::SCDynamicStoreEventSource events_{
+        [this](const std::string &name, tarn::DynamicStoreWatch::Callback callback) {
+            return platform_.watchDynamicStore(name, std::move(callback));
+        },
+        platform_.mainActor()};
+    tarn::WorkerThread readQueue_{platform_.mainActor()};
+    tarn::WorkerThread switchQueue_{platform_.mainActor()};
+    tarn::WorkerThread diskQueue_{platform_.mainActor()};
+    tarn::Daemon daemon_;
+};
+
+int watch(tarn::Platform &platform, const std::vector<std::string> &arguments, bool isDryRun, bool undoOnly,
+          const std::optional<std::string> &recordPath) {
+    tarn::DiskFolder folder(platform.stateFolder());
+    if (!isDryRun) {
+        const auto lock = folder.lock();
+        if (lock == tarn::DiskFolder::Lock::taken) {
+            complain("another daemon is running; it has " + folder.path());
+            return exitTaken;
+        }
+        if (lock == tarn::DiskFolder::Lock::unavailable)
+            platform.log().write(tarn::Log::Level::error, "daemon",
+                                 folder.path() + " cannot be used: nothing can be written down there");
+    }
+    tarn::Daemon::Options options;
+    options.undoOnly = undoOnly;
+    std::optional<tarn::Descriptor> recording;
+    if (recordPath) {
+        recording.emplace(
+            open(recordPath->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0600));
+        if (!*recording) {
+            complain(*recordPath + ": " + std::strerror(errno));
+            return exitFailed;
+        }
+        options.record = [&recording, &platform](const std::string &line) {
+            const auto text = line + "\n";
+            if (!*recording ||
+                write(recording->get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()))
+                return;
+            platform.log().write(tarn::Log::Level::error, "daemon",
+                                 std::string("the recording ends here: ") + std::strerror(errno));
+            *recording = tarn::Descriptor();
+        };
+    }
+    const auto running = std::make_unique<Running>(platform, folder, arguments, std::move(options));
+    const int status = running->run() ? 0 : exitFailed;
+    // A probe may be under way. Nobody waits for it, and its end has nowhere to go.
+    std::fflush(nullptr);
+    _exit(status);
+}
+
+int replay(const std::string &path) {
+    std::ifstream file(path);
+    if (!file) {
+        complain(path + ": " + std::strerror(errno));
+        return exitFailed;
+    }
+    bool isPrinted = true;
+    tarn::recording::Replay replay(
+        [&](const std::string &line) { isPrinted = print(line + "\n") && isPrinted; });
+    std::string line;
+    for (std::size_t number = 1; std::getline(file, line); ++number) {
+        // A daemon that was killed may have left half a line.
+        if (file.eof())
+            break;
+        try {
+            replay.take(line);
+        } catch (const tarn::DecodingError &error) {
+            complain(path + ", line " + std::to_string(number) + ": " + error.description());
+            return exitFailed;
+        }
+    }
+    if (replay.differences() > 0)
+        complain(std::to_string(replay.differences()) + " decisions differ from the recorded ones");
+    return isPrinted && replay.differences() == 0 ? 0 : exitFailed;
+}
+
 } // namespace
 
 int main(int count, char **values) {
     const std::vector<std::string> arguments(values, values + count);
-    const auto has = [&](const char *option) {
-        for (std::size_t i = 1; i < arguments.size(); ++i) {
-            if (arguments[i] == option)
-                return true;
-            // The next word is its value, whatever it looks like.
-            if (arguments[i] == "--probe-name")
+    const auto find = [&](const std::string &option) {
+        std::size_t i = 1;
+        // The word after some options is a value, whatever it looks like.
+        for (; i < arguments.size() && arguments[i] != option; ++i)
+            if (arguments[i] == "--probe-name" || arguments[i] == "--record" || arguments[i] == "--replay")
                 ++i;
-        }
-        return false;
+        return i < arguments.size() ? std::optional(i) : std::nullopt;
     };
+    const auto has = [&](const char *option) { return find(option).has_value(); };
     if (has("--help"))
         return print(help) ? 0 : exitFailed;
     if (has("--version")) {
@@ -107,8 +270,28 @@ int main(int count, char **values) {
                    ? 0
                    : exitFailed;
     }
+    std::optional<std::string> recordPath;
+    std::optional<std::string> replayPath;
+    for (auto &[option, path] : {std::pair("--record", &recordPath), std::pair("--replay", &replayPath)})
+        if (const auto place = find(option)) {
+            if (*place + 1 >= arguments.size()) {
+                complain(std::string(option) + " needs the name of a file");
+                return exitUsage;
+            }
+            *path = arguments[*place + 1];
+        }
     try {
-        return evaluate(arguments, has("--json"));
+        if (replayPath)
+            return replay(*replayPath);
+        const auto platform = tarn::makePlatform();
+        const auto config = tarn::ConfigLoader::load(platform->preferences(), arguments);
+        if (config.once && !config.dryRun) {
+            complain("--once goes with --dry-run: one look changes nothing");
+            return exitUsage;
+        }
+        if (config.once)
+            return evaluate(*platform, config, has("--json"));
+        return watch(*platform, arguments, config.dryRun, has("--undo"), recordPath);
     } catch (const std::exception &error) {
         complain(error.what());
         return exitFailed;

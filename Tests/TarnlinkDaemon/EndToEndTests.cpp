@@ -359,13 +359,13 @@ TEST_F(EndToEnd, UseIsChecked) {
         std::string out;
         std::string err;
     };
-    const std::string unfinished =
-        "TarnlinkDaemon: this version .*; run it as TarnlinkDaemon --once --dry-run\n";
+    const std::string alone = "TarnlinkDaemon: --once goes with --dry-run: .*\n";
     const std::string unwritten = "TarnlinkDaemon: the report could not be written\n";
-    const std::vector<Use> uses = {{"", 2, "", unfinished},
-                                   {"--once", 2, "", unfinished},
-                                   {"--dry-run --json", 2, "", unfinished},
-                                   {"--help", 0, "Usage: TarnlinkDaemon --once --dry-run .*", ""},
+    const std::vector<Use> uses = {{"--once", 2, "", alone},
+                                   {"--record", 2, "", "TarnlinkDaemon: --record needs .*\n"},
+                                   {"--replay /nowhere", 1, "", "TarnlinkDaemon: /nowhere: No such .*\n"},
+                                   {"--undo --record /nowhere/file", 1, "", "TarnlinkDaemon: /nowhere/.*\n"},
+                                   {"--help", 0, "Usage: TarnlinkDaemon .*", ""},
                                    {"--version", 0, "TarnlinkDaemon [0-9.]+ \\([0-9]+\\)\n", ""},
                                    {"--once --dry-run >/dev/full", 1, "", unwritten},
                                    {"--once --dry-run --json >&-", 1, "", unwritten},

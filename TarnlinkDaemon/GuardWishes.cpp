@@ -1,0 +1,340 @@
+// What the guard wants changed, given what it decided and what the journal says is ours.
+
+#include "TarnSystem/IPProtocolConfig.h"
+#include "TarnlinkDaemon/Guard.h"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+namespace tarn {
+namespace {
+
+using Kind = Command::Kind;
+
+struct ProtocolOf {
+    IPProtocol protocol;
+    const std::optional<ProtocolConfiguration> Reading::WiFiService::*configuration;
+};
+constexpr std::array protocols = {ProtocolOf{IPProtocol::ipv4, &Reading::WiFiService::ipv4},
+                                  ProtocolOf{IPProtocol::ipv6, &Reading::WiFiService::ipv6}};
+
+bool isIPv4(IPProtocol protocol) {
+    return protocol == IPProtocol::ipv4;
+}
+
+bool isAddressLess(const ProtocolConfiguration &configuration, IPProtocol protocol) {
+    return IPProtocolConfig::isAddressLess(configuration.entries.value_or(Value()), configuration.enabled,
+                                           isIPv4(protocol));
+}
+
+ProtocolConfiguration addressLess(IPProtocol protocol) {
+    return {Value::Dictionary{{std::string(IPProtocolConfig::configMethodKey),
+                               IPProtocolConfig::addressLessMethod(isIPv4(protocol))}},
+            true};
+}
+
+Command::ProtocolChange restoring(const std::string &serviceID, IPProtocol protocol,
+                                  const std::optional<Value> &saved) {
+    return {serviceID, protocol, std::nullopt, {IPProtocolConfig::restored(saved, isIPv4(protocol)), true}};
+}
+
+template <class List> auto findService(List &list, const std::string &serviceID) {
+    return std::ranges::find_if(list, [&](const auto &entry) { return entry.serviceID == serviceID; });
+}
+
+template <class List> bool hasService(const List &list, const std::string &serviceID) {
+    return findService(list, serviceID) != list.end();
+}
+
+auto findProtocol(std::vector<Journal::SavedProtocol> &list, const std::string &serviceID,
+                  IPProtocol protocol) {
+    return std::ranges::find_if(
+        list, [&](const auto &entry) { return entry.serviceID == serviceID && entry.protocol == protocol; });
+}
+
+std::vector<std::string> serviceOrder(const std::vector<InterfaceSnapshot> &interfaces) {
+    std::vector<const InterfaceSnapshot *> ordered;
+    for (const auto &snapshot : interfaces)
+        if (snapshot.serviceID && snapshot.serviceOrderIndex)
+            ordered.push_back(&snapshot);
+    std::ranges::stable_sort(ordered, {}, [](const auto *snapshot) { return *snapshot->serviceOrderIndex; });
+    std::vector<std::string> order;
+    for (const auto *snapshot : ordered)
+        order.push_back(*snapshot->serviceID);
+    return order;
+}
+
+/// Whether the services of an earlier order stand as we put them, the wired ones first.
+bool isOurOrder(const std::vector<std::string> &before, const std::vector<InterfaceSnapshot> &interfaces) {
+    auto present = serviceOrder(interfaces);
+    auto expected = before;
+    const auto isIn = [](const auto &list, const auto &one) {
+        return std::ranges::find(list, one) != list.end();
+    };
+    std::erase_if(present, [&](const auto &service) { return !isIn(before, service); });
+    std::erase_if(expected, [&](const auto &service) { return !isIn(present, service); });
+    std::ranges::stable_partition(expected, [&](const auto &service) {
+        return std::ranges::any_of(interfaces, [&](const InterfaceSnapshot &snapshot) {
+            return snapshot.serviceID == service && snapshot.kind == InterfaceKind::wired;
+        });
+    });
+    return present == expected;
+}
+
+bool isLinkLocalOn(const std::string &server, const std::string &device) {
+    return server.starts_with("fe80:") && server.ends_with("%" + device);
+}
+
+std::vector<VPNSplitDNS::ScopedResolver> scoped(const Reading::Resolver &resolver) {
+    std::vector<VPNSplitDNS::ScopedResolver> list;
+    for (const auto &domain : resolver.domains)
+        list.push_back({domain, resolver.servers});
+    return list;
+}
+
+} // namespace
+
+std::vector<Guard::Wish> Guard::wishes() const {
+    std::vector<Wish> list;
+    if (isAwaitingReading())
+        return list;
+    if (isStopping_) {
+        if (mustSwitchOn_)
+            list.push_back(wifiOn());
+        else
+            addWiFiUndoing(list);
+        addUndoing(list, true);
+        if (isFlushDue_)
+            list.push_back({flushKey, {.kind = Kind::flushCache}, std::nullopt});
+        return list;
+    }
+    if (!decision_)
+        return list;
+    if (mustSwitchOn_)
+        list.push_back(wifiOn());
+    for (const auto &action : decision_->actions) {
+        switch (action.kind) {
+        case Action::Kind::setWiFiPower:
+            if (mustSwitchOn_)
+                break;
+            if (action.power)
+                // Whoever is offline waits for nothing else.
+                list.insert(list.begin(), wifiOn());
+            else if (auto wish = wifiOff())
+                list.push_back(*std::move(wish));
+            break;
+        case Action::Kind::enableService:
+            list.push_back({"enable " + action.serviceID,
+                            {.kind = Kind::enableService, .services = {{action.serviceID, action.name}}},
+                            std::nullopt});
+            break;
+        case Action::Kind::disableService: {
+            auto journal = journal_;
+            if (!hasService(journal.disabledServices, action.serviceID))
+                journal.disabledServices.push_back({action.serviceID, action.name});
+            list.push_back({"disable " + action.serviceID,
+                            {.kind = Kind::disableService, .services = {{action.serviceID, action.name}}},
+                            std::move(journal)});
+            break;
+        }
+        case Action::Kind::reorderServices: {
+            auto journal = journal_;
+            if (!journal.order || !isOurOrder(*journal.order, reading_.interfaces))
+                journal.order = serviceOrder(reading_.interfaces);
+            list.push_back(
+                {"order", {.kind = Kind::reorderServices, .order = action.order}, std::move(journal)});
+            break;
+        }
+        case Action::Kind::probe:
+            break;
+        }
+    }
+    if (!config_.enabled || isPaused())
+        // Nobody minds them now, and they may be the only path left.
+        addUndoing(list, !config_.enabled);
+    else
+        addResolverWishes(list);
+    if (isFlushDue_)
+        list.push_back({flushKey, {.kind = Kind::flushCache}, std::nullopt});
+    return list;
+}
+
+Guard::Wish Guard::wifiOn() const {
+    Command command{.kind = Kind::wifiOn, .power = mustSwitchOn_ || reading_.wifiPower == false};
+    auto saved = journal_.wifi ? journal_.wifi->protocols : std::vector<Journal::SavedProtocol>();
+    command.services = journal_.wifi ? journal_.wifi->services : std::vector<ServiceName>();
+    for (const auto &service : reading_.wifiServices) {
+        if (!service.enabled && !hasService(command.services, service.serviceID))
+            command.services.push_back({service.serviceID, service.name});
+        for (const auto &[protocol, configuration] : protocols) {
+            const auto found = findProtocol(saved, service.serviceID, protocol);
+            const auto &present = service.*configuration;
+            const bool isOff = present && isAddressLess(*present, protocol);
+            if (found != saved.end() && (isOff || !present))
+                command.protocols.push_back(
+                    restoring(service.serviceID, protocol, found->configuration.entries));
+            // Taken off by somebody else, and wanted all the same.
+            else if (isOff && service.isAddressLess() && findService(saved, service.serviceID) == saved.end())
+                command.protocols.push_back(restoring(service.serviceID, protocol, std::nullopt));
+        }
+    }
+    return {"wifi on", std::move(command), std::nullopt};
+}
+
+std::optional<Guard::Wish> Guard::wifiOff() const {
+    if (!reading_.wifiPower && reading_.wifiServices.empty())
+        return std::nullopt;
+    Command command{.kind = Kind::wifiOff, .mode = config_.wifiOffMode};
+    auto journal = journal_;
+    auto &ours = journal.wifi ? *journal.wifi : journal.wifi.emplace();
+    // A radio that was switched off earlier stays ours; the rest is undone in every mode.
+    if (!journal_.wifi || ours.mode != WiFiOffMode::radio)
+        ours.mode = config_.wifiOffMode;
+    for (const auto &service : reading_.wifiServices) {
+        if (!service.enabled || service.isAddressLess())
+            continue;
+        if (config_.wifiOffMode == WiFiOffMode::service) {
+            command.services.push_back({service.serviceID, service.name});
+            if (!hasService(ours.services, service.serviceID))
+                ours.services.push_back({service.serviceID, service.name});
+        }
+        if (config_.wifiOffMode != WiFiOffMode::address)
+            continue;
+        for (const auto &[protocol, configuration] : protocols) {
+            const auto &present = service.*configuration;
+            // What has no address is not ours to give one later.
+            if (!present || isAddressLess(*present, protocol))
+                continue;
+            command.protocols.push_back({service.serviceID, protocol, present, addressLess(protocol)});
+            const auto found = findProtocol(ours.protocols, service.serviceID, protocol);
+            if (found == ours.protocols.end())
+                ours.protocols.push_back({service.serviceID, protocol, *present});
+            else
+                found->configuration = *present;
+        }
+    }
+    // Not connected: there is nothing to take off until it is.
+    if (config_.wifiOffMode != WiFiOffMode::radio && command.services.empty() && command.protocols.empty())
+        return std::nullopt;
+    return Wish{"wifi off", std::move(command), std::move(journal)};
+}
+
+void Guard::addWiFiUndoing(std::vector<Wish> &list) const {
+    if (!journal_.wifi)
+        return;
+    // Where nothing can switch the radio, it may never have gone off.
+    const bool isOn = isReadingCurrent() && reading_.wifiPower == true;
+    Command command{.kind = Kind::wifiOn,
+                    .power = journal_.wifi->mode == WiFiOffMode::radio && !isOn,
+                    .services = journal_.wifi->services};
+    for (const auto &saved : journal_.wifi->protocols)
+        command.protocols.push_back(restoring(saved.serviceID, saved.protocol, saved.configuration.entries));
+    if (!command.power && command.services.empty() && command.protocols.empty())
+        return;
+    list.push_back({"wifi on", std::move(command), std::nullopt});
+}
+
+void Guard::addUndoing(std::vector<Wish> &list, bool all) const {
+    for (const auto &service : journal_.disabledServices)
+        list.push_back({"enable " + service.serviceID,
+                        {.kind = Kind::enableService, .services = {service}},
+                        std::nullopt});
+    if (all && journal_.order)
+        list.push_back(
+            {"order back", {.kind = Kind::reorderServices, .order = *journal_.order}, std::nullopt});
+    for (const auto &resolver : journal_.resolvers)
+        if (all)
+            list.push_back(puttingBack(resolver));
+}
+
+Guard::Wish Guard::puttingBack(const Journal::Resolver &resolver) {
+    return {"resolver back " + resolver.key,
+            {.kind = Kind::setServers, .order = resolver.before, .key = resolver.key},
+            std::nullopt};
+}
+
+const InterfaceSnapshot *Guard::tetheringBehind(const std::vector<std::string> &servers) const {
+    for (const auto &snapshot : reading_.interfaces)
+        if (snapshot.isTethering && snapshot.linkActive && snapshot.serviceEnabled &&
+            std::ranges::any_of(servers,
+                                [&](const auto &server) { return isLinkLocalOn(server, snapshot.device); }))
+            return &snapshot;
+    return nullptr;
+}
+
+void Guard::addResolverWishes(std::vector<Wish> &list) const {
+    for (const auto &ours : journal_.resolvers)
+        if ((!config_.fixShadowedDNS || !tetheringBehind(ours.before)) &&
+            std::ranges::any_of(reading_.resolvers, [&](const Reading::Resolver &resolver) {
+                return resolver.key == ours.key && resolver.servers == ours.after;
+            }))
+            list.push_back(puttingBack(ours));
+    if (!config_.fixShadowedDNS)
+        return;
+    for (const auto &resolver : reading_.resolvers) {
+        const auto *phone = tetheringBehind(resolver.servers);
+        if (!phone || !VPNSplitDNS::tetheringResolverShadowsSplitDNS(scoped(resolver), phone->device))
+            continue;
+        auto servers = resolver.servers;
+        std::ranges::stable_partition(
+            servers, [&](const auto &server) { return !isLinkLocalOn(server, phone->device); });
+        // Nobody else is there to be asked first.
+        if (servers == resolver.servers)
+            continue;
+        auto journal = journal_;
+        std::erase_if(journal.resolvers, [&](const auto &entry) { return entry.key == resolver.key; });
+        journal.resolvers.push_back({resolver.key, resolver.servers, servers});
+        list.push_back({"resolver " + resolver.key,
+                        {.kind = Kind::setServers, .order = servers, .key = resolver.key},
+                        std::move(journal)});
+    }
+}
+
+Journal Guard::tidied(const std::vector<Wish> &wanted) const {
+    auto journal = journal_;
+    const auto isWanted = [&](const std::string &key) {
+        return std::ranges::find(wanted, key, &Wish::key) != wanted.end();
+    };
+    const auto present = [&](const std::string &serviceID) {
+        const auto found = findService(reading_.wifiServices, serviceID);
+        return found == reading_.wifiServices.end() ? nullptr : &*found;
+    };
+    // Only what is seen to be undone is forgotten; not knowing is no proof.
+    if (journal.wifi && !isWanted("wifi off") && !isWanted("wifi on")) {
+        auto &ours = *journal.wifi;
+        std::erase_if(ours.services, [&](const auto &entry) {
+            const auto *service = present(entry.serviceID);
+            return service && service->enabled;
+        });
+        std::erase_if(ours.protocols, [&](const auto &entry) {
+            const auto *service = present(entry.serviceID);
+            const auto &configuration =
+                isIPv4(entry.protocol) ? &Reading::WiFiService::ipv4 : &Reading::WiFiService::ipv6;
+            return service && service->*configuration &&
+                   !isAddressLess(*(service->*configuration), entry.protocol);
+        });
+        const bool isRadioUndone = ours.mode != WiFiOffMode::radio || reading_.wifiPower == true;
+        if (isRadioUndone && ours.services.empty() && ours.protocols.empty())
+            journal.wifi.reset();
+    }
+    std::erase_if(journal.disabledServices, [&](const auto &entry) {
+        return !isWanted("disable " + entry.serviceID) &&
+               std::ranges::any_of(reading_.interfaces, [&](const InterfaceSnapshot &snapshot) {
+                   return snapshot.serviceID == entry.serviceID && snapshot.serviceEnabled;
+               });
+    });
+    if (journal.order && !isWanted("order") &&
+        (serviceOrder(reading_.interfaces) == *journal.order ||
+         !isOurOrder(*journal.order, reading_.interfaces)))
+        journal.order.reset();
+    std::erase_if(journal.resolvers, [&](const auto &entry) {
+        const auto found = std::ranges::find(reading_.resolvers, entry.key, &Reading::Resolver::key);
+        // Gone, or set by its owner since.
+        return !isWanted("resolver " + entry.key) &&
+               (found == reading_.resolvers.end() || found->servers != entry.after);
+    });
+    return journal;
+}
+
+} // namespace tarn

@@ -1,0 +1,84 @@
+#include "TarnlinkDaemon/Reading.h"
+
+#include "TarnSystem/IPProtocolConfig.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tarn {
+namespace {
+
+bool isAddressLess(const ProtocolConfiguration &configuration, bool isIPv4) {
+    return IPProtocolConfig::isAddressLess(configuration.entries.value_or(Value()), configuration.enabled,
+                                           isIPv4);
+}
+
+std::optional<ProtocolConfiguration> configuration(ServiceControlling &services, const std::string &serviceID,
+                                                   IPProtocol protocol) {
+    try {
+        return services.configuration(serviceID, protocol);
+    } catch (const ServiceControlError &) {
+        return std::nullopt;
+    }
+}
+
+std::vector<Reading::Resolver> resolvers(DynamicStore &store) {
+    std::vector<Reading::Resolver> found;
+    for (const auto &key : store.copyKeyList(VPNSplitDNS::keyPattern).value_or(std::vector<std::string>())) {
+        const auto value = store.copyValue(key);
+        if (!value)
+            continue;
+        auto servers = value->stringList(VPNSplitDNS::serversKey);
+        auto domains = value->stringList(VPNSplitDNS::domainsKey);
+        if (servers && domains && !servers->empty() && !domains->empty())
+            found.push_back({key, *std::move(servers), *std::move(domains)});
+    }
+    return found;
+}
+
+} // namespace
+
+bool Reading::WiFiService::isAddressLess() const {
+    return ipv4 && ipv6 && tarn::isAddressLess(*ipv4, true) && tarn::isAddressLess(*ipv6, false);
+}
+
+bool Reading::canWiFiCarry() const {
+    const bool hasPower = wifiPower.value_or(true);
+    return hasPower && (wifiServices.empty() || std::ranges::any_of(wifiServices, [](const auto &service) {
+                            return service.enabled && !service.isAddressLess();
+                        }));
+}
+
+Reading SystemReading::read(bool everything) {
+    Reading reading;
+    reading.interfaces = state_.readInterfaces();
+    reading.wifiPower = state_.wifiPowerOn();
+
+    std::vector<InterfaceSnapshot> wifi;
+    std::ranges::copy_if(reading.interfaces, std::back_inserter(wifi), [](const auto &snapshot) {
+        return snapshot.kind == InterfaceKind::wifi && snapshot.serviceID;
+    });
+    const bool isAskedAnew = everything || wifi != lastWiFi_;
+    for (std::size_t i = 0; i < wifi.size(); ++i) {
+        const auto &id = *wifi[i].serviceID;
+        auto &service = reading.wifiServices.emplace_back(
+            isAskedAnew ? Reading::WiFiService{id,
+                                               {},
+                                               true,
+                                               configuration(services_, id, IPProtocol::ipv4),
+                                               configuration(services_, id, IPProtocol::ipv6)}
+                        : lastServices_[i]);
+        service.name = wifi[i].serviceName;
+        service.enabled = wifi[i].serviceEnabled;
+    }
+    lastWiFi_ = std::move(wifi);
+    lastServices_ = reading.wifiServices;
+
+    if (!store_)
+        store_ = openStore_(VPNSplitDNS::clientName);
+    if (store_)
+        reading.resolvers = resolvers(*store_);
+    return reading;
+}
+
+} // namespace tarn

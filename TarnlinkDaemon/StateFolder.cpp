@@ -1,0 +1,123 @@
+#include "TarnlinkDaemon/StateFolder.h"
+
+#include "TarnSystem/Files.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace tarn {
+namespace {
+
+constexpr std::size_t largestFile = std::size_t{16} << 20;
+constexpr mode_t fileMode = 0644;
+
+std::string words(int error) {
+    return std::generic_category().message(error);
+}
+
+bool isMissing(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+Descriptor openFolder(const std::string &path) {
+    return Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+/// 0 or the system's error number.
+int writeWhole(int file, std::string_view contents) {
+    while (!contents.empty()) {
+        const auto count = write(file, contents.data(), contents.size());
+        if (count < 0 && errno != EINTR)
+            return errno;
+        contents.remove_prefix(static_cast<std::size_t>(count > 0 ? count : 0));
+    }
+    return 0;
+}
+
+} // namespace
+
+StateFolder::ReadResult DiskFolder::read(const std::string &name) {
+    auto file = files::read(path_ + "/" + name, largestFile);
+    const bool isUnreadable = !file.contents && !file.failure.isMissing;
+    return {std::move(file.contents), isUnreadable ? std::move(file.failure.message) : std::string()};
+}
+
+std::optional<std::string> DiskFolder::replace(const std::string &name, std::string_view contents) {
+    auto failure = files::replace(path_ + "/" + name, contents);
+    return failure ? std::optional(std::move(failure->message)) : std::nullopt;
+}
+
+std::optional<std::string> DiskFolder::append(const std::string &name, std::string_view contents) {
+    const auto path = path_ + "/" + name;
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, fileMode));
+    struct stat before{};
+    if (!file || fstat(file.get(), &before) != 0)
+        return words(errno);
+    const int error = writeWhole(file.get(), contents);
+    if (error == 0)
+        return std::nullopt;
+    // On a disk that became full a part is there, and would run together with what comes next.
+    if (ftruncate(file.get(), before.st_size) != 0)
+        return words(error) + "; a part of it is there: " + words(errno);
+    return words(error);
+}
+
+std::optional<std::string> DiskFolder::remove(const std::string &name) {
+    const auto path = path_ + "/" + name;
+    // A file system that is read-only refuses also where there is nothing to remove.
+    struct stat info{};
+    const bool isThere = lstat(path.c_str(), &info) == 0 || !isMissing(errno);
+    if (isThere && unlink(path.c_str()) != 0)
+        return words(errno);
+    // Also when it was gone before: perhaps that has not reached the disk.
+    const auto folder = openFolder(path_);
+    if (!folder && isMissing(errno))
+        return std::nullopt;
+    if (!folder || !files::flushToDisk(folder.get()))
+        return words(errno);
+    return std::nullopt;
+}
+
+std::optional<std::string> DiskFolder::setAside(const std::string &name) {
+    const auto path = path_ + "/" + name;
+    for (unsigned number = 1;; ++number) {
+        const auto newName = name + ".damaged-" + std::to_string(number);
+        const auto newPath = path_ + "/" + newName;
+        // Taken before it is used, so that nothing can be overwritten.
+        const Descriptor placeholder(
+            open(newPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, fileMode));
+        if (!placeholder && errno == EEXIST)
+            continue;
+        if (!placeholder)
+            return std::nullopt;
+        if (rename(path.c_str(), newPath.c_str()) != 0) {
+            unlink(newPath.c_str());
+            return std::nullopt;
+        }
+        if (const auto folder = openFolder(path_))
+            files::flushToDisk(folder.get());
+        return newName;
+    }
+}
+
+DiskFolder::Lock DiskFolder::lock() {
+    if (folder_)
+        return Lock::held;
+    if (files::makeFolder(path_))
+        return Lock::unavailable;
+    auto folder = openFolder(path_);
+    if (!folder)
+        return Lock::unavailable;
+    if (flock(folder.get(), LOCK_EX | LOCK_NB) != 0)
+        return errno == EWOULDBLOCK ? Lock::taken : Lock::unavailable;
+    folder_ = std::move(folder);
+    return Lock::held;
+}
+
+} // namespace tarn

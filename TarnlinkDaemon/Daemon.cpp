@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char *category = "daemon";
 
-/// A file of the state folder as plain data; what it is not is told, and the file is set aside.
+/// A file of the state folder as a record; what it is not is told, and a copy of it kept.
 template <class Record>
 std::optional<Record> load(StateFolder &folder, const std::string &name, bool mayChange,
                            std::string &damage) {
@@ -30,8 +30,8 @@ std::optional<Record> load(StateFolder &folder, const std::string &name, bool ma
         reason = error.description();
     }
     damage = name + " is damaged (" + reason + ")";
-    if (const auto kept = mayChange ? folder.setAside(name) : std::nullopt)
-        damage += " and is now " + *kept;
+    if (const auto kept = mayChange ? folder.keepCopy(name) : std::nullopt)
+        damage += " and is kept as " + *kept;
     return std::nullopt;
 }
 
@@ -66,8 +66,11 @@ void Daemon::start() {
     }
     std::string pauseDamage;
     start.pause = load<Pause>(services_.folder, pauseName, !isDryRun_, pauseDamage);
-    if (!pauseDamage.empty())
+    if (!pauseDamage.empty()) {
         services_.log.write(Log::Level::error, category, pauseDamage + "; there is no pause");
+        if (!isDryRun_)
+            services_.folder.remove(pauseName);
+    }
     useConfig(start.config);
     if (!options_.undoOnly) {
         services_.host.start([this](HostEvents::Event event) { told(event); });

@@ -110,7 +110,8 @@ void Guard::on(const input::Start &start) {
             "an earlier run left changes behind; they are kept or undone as the network is");
     if (!start.damage.empty()) {
         say(Log::Level::error, start.damage + "; Wi-Fi is switched on");
-        mustSwitchOn_ = true;
+        // Written down in place of what is damaged, or it would be forgotten with this run.
+        journal_.wifi.emplace().isUnknown = true;
     }
     if (start.pause) {
         pause_ = start.pause;
@@ -120,7 +121,7 @@ void Guard::on(const input::Start &start) {
             keepPause(*left);
     }
     isStopping_ = start.undoOnly;
-    if (!isStopping_ || mustSwitchOn_)
+    if (!isStopping_ || mustSwitchOn())
         look("start", true);
 }
 
@@ -152,15 +153,17 @@ void Guard::on(const input::ReadingTaken &taken) {
     }
     const auto on = attempts_.find("wifi on");
     if (on != attempts_.end() && on->second.shownBy && taken.number >= *on->second.shownBy &&
-        reading_.canWiFiCarry())
+        reading_.canWiFiCarry()) {
         mustSwitchOn_ = false;
+        if (journal_.wifi && journal_.wifi->isUnknown)
+            journal_.wifi.reset();
+    }
     readAt_ = now();
     if (!isStopping_)
         evaluate();
 }
 
 void Guard::on(const input::ReadingFailed &failed) {
-    readShown_ = failed.number;
     if (failed.number >= readsAsked_)
         readDeadline_.reset();
     readingLost(failed.message);
@@ -400,6 +403,8 @@ void Guard::readingLost(const std::string &message) {
     if (!hasReading_ || !reading_.interfaces.empty())
         say(Log::Level::error, "without a reading, no cable counts");
     mustSwitchOn_ = mustSwitchOn_ || journal_.wifi.has_value();
+    // What comes now is judged without waiting for a reading that may never be.
+    readNeeded_ = readShown_;
     hasReading_ = true;
     reading_.interfaces.clear();
     updatePaths();
@@ -463,6 +468,8 @@ bool Guard::isOffByOthers() const {
         return false;
     // Would it still be off once we have undone what we did?
     const auto &ours = journal_.wifi;
+    if (mustSwitchOn())
+        return false;
     if (reading_.wifiPower == false && !(ours && ours->mode == WiFiOffMode::radio))
         return true;
     return !reading_.wifiServices.empty() &&
@@ -600,7 +607,7 @@ void Guard::write(const Journal &journal, bool isForWish) {
 }
 
 bool Guard::isAwaitingReading() const {
-    return mustSwitchOn_ && !hasReading_ && readingsFailed_ == 0;
+    return mustSwitchOn() && !hasReading_ && readingsFailed_ == 0;
 }
 
 void Guard::finishIfDone() {

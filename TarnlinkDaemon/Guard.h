@@ -257,6 +257,7 @@ private:
     void readingLost(const std::string &message);
     /// The last reading shows all that was switched.
     bool isReadingCurrent() const { return hasReading_ && readShown_ >= readNeeded_; }
+    bool mustSwitchOn() const { return mustSwitchOn_ || (journal_.wifi && journal_.wifi->isUnknown); }
     /// What is not known yet has to be, before Wi-Fi can be switched on whole.
     bool isAwaitingReading() const;
     void keepPause(Duration length);
@@ -326,7 +327,7 @@ private:
     Attempt writeAttempt_;
     bool isWriteFailureSaid_ = false;
 
-    /// Wi-Fi has to come on whatever the policy says, because nobody knows what was done to it.
+    /// Wi-Fi has to come on whatever the policy says, because nobody sees what happens.
     bool mustSwitchOn_ = false;
     std::map<std::string, Attempt> attempts_;
     std::optional<Wish> carrying_;

@@ -65,21 +65,31 @@ std::vector<std::string> serviceOrder(const std::vector<InterfaceSnapshot> &inte
     return order;
 }
 
-/// Whether the services of an earlier order stand as we put them, the wired ones first.
-bool isOurOrder(const std::vector<std::string> &before, const std::vector<InterfaceSnapshot> &interfaces) {
-    auto present = serviceOrder(interfaces);
-    auto expected = before;
-    const auto isIn = [](const auto &list, const auto &one) {
-        return std::ranges::find(list, one) != list.end();
+/// How the services of an earlier order stand now: as then, as we put them (the wired ones first), or as
+/// somebody else has put them since. Services that are not there now, or were not then, do not count, and
+/// neither do phones: away while the others were put in order, they come back behind Wi-Fi.
+enum class Standing { asBefore, asOurs, otherwise };
+Standing standing(const std::vector<std::string> &before, const std::vector<InterfaceSnapshot> &interfaces) {
+    const auto common = [&](std::vector<std::string> list, const std::vector<std::string> &other) {
+        std::erase_if(list, [&](const auto &one) {
+            return std::ranges::find(other, one) == other.end() ||
+                   std::ranges::any_of(interfaces, [&](const InterfaceSnapshot &snapshot) {
+                       return snapshot.serviceID == one && snapshot.isTethering;
+                   });
+        });
+        return list;
     };
-    std::erase_if(present, [&](const auto &service) { return !isIn(before, service); });
-    std::erase_if(expected, [&](const auto &service) { return !isIn(present, service); });
+    const auto order = serviceOrder(interfaces);
+    const auto present = common(order, before);
+    auto expected = common(before, order);
+    if (present == expected)
+        return Standing::asBefore;
     std::ranges::stable_partition(expected, [&](const auto &service) {
         return std::ranges::any_of(interfaces, [&](const InterfaceSnapshot &snapshot) {
             return snapshot.serviceID == service && snapshot.kind == InterfaceKind::wired;
         });
     });
-    return present == expected;
+    return present == expected ? Standing::asOurs : Standing::otherwise;
 }
 
 bool isLinkLocalOn(const std::string &server, const std::string &device) {
@@ -100,7 +110,7 @@ std::vector<Guard::Wish> Guard::wishes() const {
     if (isAwaitingReading())
         return list;
     if (isStopping_) {
-        if (mustSwitchOn_)
+        if (mustSwitchOn())
             list.push_back(wifiOn());
         else
             addWiFiUndoing(list);
@@ -111,12 +121,12 @@ std::vector<Guard::Wish> Guard::wishes() const {
     }
     if (!decision_)
         return list;
-    if (mustSwitchOn_)
+    if (mustSwitchOn())
         list.push_back(wifiOn());
     for (const auto &action : decision_->actions) {
         switch (action.kind) {
         case Action::Kind::setWiFiPower:
-            if (mustSwitchOn_)
+            if (mustSwitchOn())
                 break;
             if (action.power)
                 // Whoever is offline waits for nothing else.
@@ -140,7 +150,7 @@ std::vector<Guard::Wish> Guard::wishes() const {
         }
         case Action::Kind::reorderServices: {
             auto journal = journal_;
-            if (!journal.order || !isOurOrder(*journal.order, reading_.interfaces))
+            if (!journal.order || standing(*journal.order, reading_.interfaces) == Standing::otherwise)
                 journal.order = serviceOrder(reading_.interfaces);
             list.push_back(
                 {"order", {.kind = Kind::reorderServices, .order = action.order}, std::move(journal)});
@@ -161,7 +171,7 @@ std::vector<Guard::Wish> Guard::wishes() const {
 }
 
 Guard::Wish Guard::wifiOn() const {
-    Command command{.kind = Kind::wifiOn, .power = mustSwitchOn_ || reading_.wifiPower == false};
+    Command command{.kind = Kind::wifiOn, .power = mustSwitchOn() || reading_.wifiPower == false};
     auto saved = journal_.wifi ? journal_.wifi->protocols : std::vector<Journal::SavedProtocol>();
     command.services = journal_.wifi ? journal_.wifi->services : std::vector<ServiceName>();
     for (const auto &service : reading_.wifiServices) {
@@ -228,8 +238,16 @@ void Guard::addWiFiUndoing(std::vector<Wish> &list) const {
     Command command{.kind = Kind::wifiOn,
                     .power = journal_.wifi->mode == WiFiOffMode::radio && !isOn,
                     .services = journal_.wifi->services};
-    for (const auto &saved : journal_.wifi->protocols)
+    for (const auto &saved : journal_.wifi->protocols) {
+        const auto service = findService(reading_.wifiServices, saved.serviceID);
+        const auto *present = service == reading_.wifiServices.end() ? nullptr
+                              : isIPv4(saved.protocol)               ? &service->ipv4
+                                                                     : &service->ipv6;
+        // Somebody has given it an address of late, and knows better.
+        if (isReadingCurrent() && present && *present && !isAddressLess(**present, saved.protocol))
+            continue;
         command.protocols.push_back(restoring(saved.serviceID, saved.protocol, saved.configuration.entries));
+    }
     if (!command.power && command.services.empty() && command.protocols.empty())
         return;
     list.push_back({"wifi on", std::move(command), std::nullopt});
@@ -301,7 +319,7 @@ Journal Guard::tidied(const std::vector<Wish> &wanted) const {
         return found == reading_.wifiServices.end() ? nullptr : &*found;
     };
     // Only what is seen to be undone is forgotten; not knowing is no proof.
-    if (journal.wifi && !isWanted("wifi off") && !isWanted("wifi on")) {
+    if (journal.wifi && !journal.wifi->isUnknown && !isWanted("wifi off") && !isWanted("wifi on")) {
         auto &ours = *journal.wifi;
         std::erase_if(ours.services, [&](const auto &entry) {
             const auto *service = present(entry.serviceID);
@@ -324,10 +342,11 @@ Journal Guard::tidied(const std::vector<Wish> &wanted) const {
                    return snapshot.serviceID == entry.serviceID && snapshot.serviceEnabled;
                });
     });
-    if (journal.order && !isWanted("order") &&
-        (serviceOrder(reading_.interfaces) == *journal.order ||
-         !isOurOrder(*journal.order, reading_.interfaces)))
-        journal.order.reset();
+    if (journal.order) {
+        const auto now = standing(*journal.order, reading_.interfaces);
+        if (now == Standing::otherwise || (now == Standing::asBefore && !isWanted("order")))
+            journal.order.reset();
+    }
     std::erase_if(journal.resolvers, [&](const auto &entry) {
         const auto found = std::ranges::find(reading_.resolvers, entry.key, &Reading::Resolver::key);
         // Gone, or set by its owner since.

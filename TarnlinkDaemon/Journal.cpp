@@ -28,6 +28,7 @@ template <class Archive> void fields(Archive &archive, Is<Journal::WiFi> auto &w
     archive("mode", wifi.mode);
     archive("services", wifi.services);
     archive("protocols", wifi.protocols);
+    archive("isUnknown", wifi.isUnknown);
 }
 
 template <class Archive> void fields(Archive &archive, Is<Journal::Resolver> auto &resolver) {

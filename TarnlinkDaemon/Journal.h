@@ -39,6 +39,8 @@ struct Journal {
         std::vector<ServiceName> services;
         /// The protocols made address-less.
         std::vector<SavedProtocol> protocols;
+        /// The journal that told was damaged: all that is off of Wi-Fi has to come on.
+        bool isUnknown = false;
 
         friend bool operator==(const WiFi &, const WiFi &) = default;
     };

@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::size_t largestFile = std::size_t{16} << 20;
 constexpr mode_t fileMode = 0644;
+// Whoever has not looked at so many will not miss one more.
+constexpr unsigned mostCopies = 20;
 
 std::string words(int error) {
     return std::generic_category().message(error);
@@ -84,26 +86,18 @@ std::optional<std::string> DiskFolder::remove(const std::string &name) {
     return std::nullopt;
 }
 
-std::optional<std::string> DiskFolder::setAside(const std::string &name) {
-    const auto path = path_ + "/" + name;
-    for (unsigned number = 1;; ++number) {
-        const auto newName = name + ".damaged-" + std::to_string(number);
-        const auto newPath = path_ + "/" + newName;
-        // Taken before it is used, so that nothing can be overwritten.
-        const Descriptor placeholder(
-            open(newPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, fileMode));
-        if (!placeholder && errno == EEXIST)
+std::optional<std::string> DiskFolder::keepCopy(const std::string &name) {
+    const auto file = read(name);
+    if (!file.contents)
+        return std::nullopt;
+    for (unsigned number = 1; number <= mostCopies; ++number) {
+        const auto copy = name + ".damaged-" + std::to_string(number);
+        struct stat info{};
+        if (lstat((path_ + "/" + copy).c_str(), &info) == 0)
             continue;
-        if (!placeholder)
-            return std::nullopt;
-        if (rename(path.c_str(), newPath.c_str()) != 0) {
-            unlink(newPath.c_str());
-            return std::nullopt;
-        }
-        if (const auto folder = openFolder(path_))
-            files::flushToDisk(folder.get());
-        return newName;
+        return replace(copy, *file.contents) ? std::nullopt : std::optional(copy);
     }
+    return std::nullopt;
 }
 
 DiskFolder::Lock DiskFolder::lock() {

@@ -29,8 +29,9 @@ public:
     virtual std::optional<std::string> append(const std::string &name, std::string_view contents) = 0;
     /// Succeeds when there is no such file; survives a power cut as replace() does.
     virtual std::optional<std::string> remove(const std::string &name) = 0;
-    /// Gives a file another name that is not taken, made from its own, and returns it; none when that failed.
-    virtual std::optional<std::string> setAside(const std::string &name) = 0;
+    /// Keeps a copy of a file under another name that is not taken, made from its own, and returns it; none
+    /// when that failed.
+    virtual std::optional<std::string> keepCopy(const std::string &name) = 0;
 };
 
 /// On disk.
@@ -42,7 +43,7 @@ public:
     std::optional<std::string> replace(const std::string &name, std::string_view contents) override;
     std::optional<std::string> append(const std::string &name, std::string_view contents) override;
     std::optional<std::string> remove(const std::string &name) override;
-    std::optional<std::string> setAside(const std::string &name) override;
+    std::optional<std::string> keepCopy(const std::string &name) override;
 
     enum class Lock { held, taken, unavailable };
     /// Makes sure that no other process uses the folder (flock(2)) until this one ends, or this object

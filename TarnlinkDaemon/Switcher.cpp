@@ -2,6 +2,7 @@
 
 #include "TarnCore/Text.h"
 
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <stdexcept>
@@ -168,8 +169,10 @@ void Switcher::setServers(const std::string &key, const std::vector<std::string>
     if (!store)
         throw std::runtime_error("the dynamic store is not available");
     auto resolver = store->copyValue(key);
-    if (!resolver || !resolver->dictionary())
-        throw std::runtime_error("the resolver is gone");
+    const auto present = resolver ? resolver->stringList(VPNSplitDNS::serversKey) : std::nullopt;
+    // Gone, or given other servers by now: that order is nobody's any more.
+    if (!present || !std::ranges::is_permutation(*present, servers))
+        return;
     resolver->set(VPNSplitDNS::serversKey, Value::strings(servers));
     if (const auto failure = store->setValue(key, *resolver))
         throw std::runtime_error(*failure);

@@ -23,7 +23,7 @@ struct Command {
         enableService,   ///< `services`.
         disableService,  ///< `services`.
         reorderServices, ///< `order` first.
-        setServers,      ///< The dynamic store's resolver `key` gets the servers `order`.
+        setServers,      ///< The servers of the dynamic store's resolver `key` get this `order`.
         flushCache,      ///< The system's resolver drops its cache.
     };
     struct ProtocolChange {
@@ -57,7 +57,8 @@ public:
     virtual ~Switching() = default;
     /// Every step of the command is tried, also after one that failed. Returns what failed first, as
     /// its typed error describes it and with the system's own words; none when all is as wanted. A
-    /// service that does not exist needs no enabling, and a resolver that does not run no flushing.
+    /// service that does not exist needs no enabling, a resolver that does not run no flushing, and one
+    /// that is gone or has other servers no order.
     virtual std::optional<std::string> carryOut(const Command &command) = 0;
 };
 

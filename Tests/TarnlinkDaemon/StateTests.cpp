@@ -107,11 +107,11 @@ TEST_F(FolderTest, KeepsFilesForOneProcess) {
     EXPECT_EQ(folder.replace("file", "1\n"), std::nullopt);
     EXPECT_EQ(folder.append("file", "2\n"), std::nullopt);
     EXPECT_EQ(folder.read("file").contents, "1\n2\n");
-    EXPECT_EQ(folder.setAside("file"), "file.damaged-1");
-    EXPECT_EQ(folder.setAside("file"), std::nullopt);
+    EXPECT_EQ(folder.keepCopy("file"), "file.damaged-1");
     EXPECT_EQ(folder.append("file", "3"), std::nullopt);
-    EXPECT_EQ(folder.setAside("file"), "file.damaged-2");
-    EXPECT_EQ(readFile(path + "/file.damaged-1") + readFile(path + "/file.damaged-2"), "1\n2\n3");
+    EXPECT_EQ(folder.keepCopy("file"), "file.damaged-2");
+    EXPECT_EQ(readFile(path + "/file.damaged-1") + readFile(path + "/file.damaged-2"), "1\n2\n1\n2\n3");
+    EXPECT_EQ(folder.keepCopy("none"), std::nullopt);
     EXPECT_EQ(folder.read(".").error, "not a regular file");
 }
 
@@ -128,7 +128,7 @@ TEST_F(FolderTest, LosesNothingOnADiskThatIsFullOrReadOnly) {
         lab().run("mount -o remount,ro /run/lab/disk");
     }
     EXPECT_EQ(folder.remove("file"), "Read-only file system");
-    EXPECT_EQ(folder.setAside("file"), std::nullopt);
+    EXPECT_EQ(folder.keepCopy("file"), std::nullopt);
 }
 
 void put(const HistoryWrite &write, std::string &file) {

@@ -35,7 +35,8 @@ TEST(Switcher, TriesEveryStepAndTellsTheFirstFailure) {
     services.enabled = {{"a", true}, {"b", false}};
     services.protocols = {{"a.ipv4", configured("[1]")}, {"a.ipv6", configured("[2]")}};
     Cache cache;
-    std::optional<Value> resolver = Value::Dictionary{{"ServerAddresses", 1}, {"Other", 2}};
+    std::optional<Value> resolver =
+        Value::Dictionary{{"ServerAddresses", Value::strings(words("::2 ::1"))}, {"Other", 2}};
     Switcher switcher(services, services, cache, [&](auto &) { return std::make_unique<Store>(resolver); });
     const auto run = [&](const Command &command) {
         services.calls.clear();
@@ -76,8 +77,11 @@ TEST(Switcher, TriesEveryStepAndTellsTheFirstFailure) {
     servers.key = "free";
     EXPECT_EQ(run(servers), "done");
     EXPECT_EQ(json::serialize(*resolver), R"({"ServerAddresses":["::1","::2"],"Other":2})");
+    servers.order = words("::3 ::1");
+    EXPECT_EQ(run(servers), "done");
+    EXPECT_EQ(resolver->stringList("ServerAddresses"), words("::1 ::2")) << "its owner's";
     resolver.reset();
-    EXPECT_EQ(run(servers), "the resolver is gone");
+    EXPECT_EQ(run(servers), "done");
     EXPECT_EQ(describe({.kind = Kind::enableService, .services = {{"a", "Wi\nFi"}, {"b", ""}}}),
               "enable Wi\\u000aFi, b");
 }

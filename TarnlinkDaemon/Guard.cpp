@@ -111,7 +111,9 @@ void Guard::on(const input::Start &start) {
     if (!start.damage.empty()) {
         say(Log::Level::error, start.damage + "; Wi-Fi is switched on");
         // Written down in place of what is damaged, or it would be forgotten with this run.
-        journal_.wifi.emplace().isUnknown = true;
+        journal_.wifi = Journal::WiFi{};
+        journal_.wifi->isUnknown = true;
+        isFileDamaged_ = true;
     }
     if (start.pause) {
         pause_ = start.pause;
@@ -151,7 +153,7 @@ void Guard::on(const input::ReadingTaken &taken) {
         hasReading_ = true;
         updatePaths();
     }
-    const auto on = attempts_.find("wifi on");
+    const auto on = attempts_.find(wifiOnKey);
     if (on != attempts_.end() && on->second.shownBy && taken.number >= *on->second.shownBy &&
         reading_.canWiFiCarry()) {
         mustSwitchOn_ = false;
@@ -284,6 +286,7 @@ void Guard::on(const input::JournalWritten &written) {
     auto journal = *std::exchange(writing_, std::nullopt);
     if (written.error.empty()) {
         written_ = std::move(journal);
+        isFileDamaged_ = false;
         if (isWritingForWish_)
             journal_ = written_;
         if (std::exchange(isWriteFailureSaid_, false))
@@ -360,6 +363,7 @@ void Guard::on(const input::StopWanted &) {
     if (std::exchange(isStopping_, true))
         return;
     say(Log::Level::info, "stopping; what was changed is undone");
+    forgetConfigured();
     attempts_.clear();
     paths_.clear();
     causes_.clear();
@@ -562,7 +566,8 @@ void Guard::proceed() {
         if (attempt.shownBy && readShown_ >= *attempt.shownBy) {
             attempt.shownBy.reset();
             attempt.retryAt = now() + pauseAfter(++attempt.failures);
-            attempt.isGivenUp = attempt.failures >= mostFruitless;
+            // Nobody is left offline for having tried in vain.
+            attempt.isGivenUp = ++attempt.fruitless >= mostFruitless && wish.key != wifiOnKey;
         }
         if (attempt.shownBy || attempt.isGivenUp || now() < attempt.retryAt)
             continue;
@@ -572,7 +577,7 @@ void Guard::proceed() {
             continue;
         }
         // What is being written may be without it.
-        if (wish.journal && (writing_ || written_ != *wish.journal)) {
+        if (wish.journal && (writing_ || !isWritten(*wish.journal))) {
             write(*wish.journal, true);
             continue;
         }
@@ -590,11 +595,11 @@ void Guard::proceed() {
     }
     if (config_.dryRun)
         return;
-    if (isStopping_ && std::ranges::find(list, "wifi on", &Wish::key) == list.end())
+    if (isStopping_ && !isAwaitingReading() && std::ranges::find(list, wifiOnKey, &Wish::key) == list.end())
         journal_.wifi.reset();
     else if (!isStopping_ && isReadingCurrent())
         journal_ = tidied(list);
-    if (journal_ != written_)
+    if (!isWritten(journal_))
         write(journal_, false);
 }
 
@@ -616,11 +621,11 @@ void Guard::finishIfDone() {
     if (isAwaitingReading())
         return;
     const auto list = wishes();
-    const bool isDone = list.empty() && (journal_ == written_ || config_.dryRun);
+    const bool isDone = list.empty() && (isWritten(journal_) || config_.dryRun);
     const bool isHopeless =
         std::ranges::all_of(
             list, [&](const Wish &wish) { return attempts_[wish.key].failures >= mostUndoTries; }) &&
-        (journal_ == written_ || writeAttempt_.failures >= mostUndoTries);
+        (isWritten(journal_) || writeAttempt_.failures >= mostUndoTries);
     if (!isDone && !isHopeless && !config_.dryRun)
         return;
     isFinished_ = true;

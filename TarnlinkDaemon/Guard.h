@@ -204,6 +204,8 @@ private:
     /// How the carrying out of one wish goes.
     struct Attempt {
         unsigned failures = 0;
+        /// Of those, how often it succeeded and showed nothing.
+        unsigned fruitless = 0;
         std::string lastError = {};
         Duration retryAt{};
         /// Succeeded; the reading with this number must show it.
@@ -219,6 +221,7 @@ private:
         std::optional<Journal> journal;
     };
     static constexpr const char *flushKey = "flush";
+    static constexpr const char *wifiOnKey = "wifi on";
     /// How often a command may succeed and show nothing.
     static constexpr unsigned mostFruitless = 6;
     /// How often the undoing of one thing is tried before the end.
@@ -271,6 +274,8 @@ private:
     Wish wifiOn() const;
     /// None when there is nothing to take off.
     std::optional<Wish> wifiOff() const;
+    /// Leaves out of the journal what somebody has given an address of late, and knows better.
+    void forgetConfigured();
     void addWiFiUndoing(std::vector<Wish> &list) const;
     /// What takes paths away is undone, and `all` the rest as well.
     void addUndoing(std::vector<Wish> &list, bool all) const;
@@ -284,6 +289,7 @@ private:
     void proceed();
     /// What a command that succeeded means for the journal.
     void settle(const Command &command);
+    bool isWritten(const Journal &journal) const { return !isFileDamaged_ && written_ == journal; }
     void write(const Journal &journal, bool isForWish);
     void finishIfDone();
     void setTimer();
@@ -319,8 +325,9 @@ private:
 
     /// What of ours is on the machine, as far as we know.
     Journal journal_;
-    /// What is on disk.
+    /// What is on disk, unless that is damaged.
     Journal written_;
+    bool isFileDamaged_ = false;
     std::optional<Journal> writing_;
     bool isWritingForWish_ = false;
     std::uint64_t writes_ = 0;

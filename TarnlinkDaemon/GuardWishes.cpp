@@ -189,7 +189,7 @@ Guard::Wish Guard::wifiOn() const {
                 command.protocols.push_back(restoring(service.serviceID, protocol, std::nullopt));
         }
     }
-    return {"wifi on", std::move(command), std::nullopt};
+    return {wifiOnKey, std::move(command), std::nullopt};
 }
 
 std::optional<Guard::Wish> Guard::wifiOff() const {
@@ -197,7 +197,9 @@ std::optional<Guard::Wish> Guard::wifiOff() const {
         return std::nullopt;
     Command command{.kind = Kind::wifiOff, .mode = config_.wifiOffMode};
     auto journal = journal_;
-    auto &ours = journal.wifi ? *journal.wifi : journal.wifi.emplace();
+    if (!journal.wifi)
+        journal.wifi = Journal::WiFi{};
+    auto &ours = *journal.wifi;
     // A radio that was switched off earlier stays ours; the rest is undone in every mode.
     if (!journal_.wifi || ours.mode != WiFiOffMode::radio)
         ours.mode = config_.wifiOffMode;
@@ -238,19 +240,23 @@ void Guard::addWiFiUndoing(std::vector<Wish> &list) const {
     Command command{.kind = Kind::wifiOn,
                     .power = journal_.wifi->mode == WiFiOffMode::radio && !isOn,
                     .services = journal_.wifi->services};
-    for (const auto &saved : journal_.wifi->protocols) {
-        const auto service = findService(reading_.wifiServices, saved.serviceID);
-        const auto *present = service == reading_.wifiServices.end() ? nullptr
-                              : isIPv4(saved.protocol)               ? &service->ipv4
-                                                                     : &service->ipv6;
-        // Somebody has given it an address of late, and knows better.
-        if (isReadingCurrent() && present && *present && !isAddressLess(**present, saved.protocol))
-            continue;
+    for (const auto &saved : journal_.wifi->protocols)
         command.protocols.push_back(restoring(saved.serviceID, saved.protocol, saved.configuration.entries));
-    }
     if (!command.power && command.services.empty() && command.protocols.empty())
         return;
-    list.push_back({"wifi on", std::move(command), std::nullopt});
+    list.push_back({wifiOnKey, std::move(command), std::nullopt});
+}
+
+void Guard::forgetConfigured() {
+    if (!journal_.wifi || carrying_ || !isReadingCurrent())
+        return;
+    std::erase_if(journal_.wifi->protocols, [&](const auto &saved) {
+        const auto service = findService(reading_.wifiServices, saved.serviceID);
+        if (service == reading_.wifiServices.end())
+            return false;
+        const auto &present = isIPv4(saved.protocol) ? service->ipv4 : service->ipv6;
+        return present && !isAddressLess(*present, saved.protocol);
+    });
 }
 
 void Guard::addUndoing(std::vector<Wish> &list, bool all) const {
@@ -319,7 +325,7 @@ Journal Guard::tidied(const std::vector<Wish> &wanted) const {
         return found == reading_.wifiServices.end() ? nullptr : &*found;
     };
     // Only what is seen to be undone is forgotten; not knowing is no proof.
-    if (journal.wifi && !journal.wifi->isUnknown && !isWanted("wifi off") && !isWanted("wifi on")) {
+    if (journal.wifi && !journal.wifi->isUnknown && !isWanted("wifi off") && !isWanted(wifiOnKey)) {
         auto &ours = *journal.wifi;
         std::erase_if(ours.services, [&](const auto &entry) {
             const auto *service = present(entry.serviceID);

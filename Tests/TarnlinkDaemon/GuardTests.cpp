@@ -280,7 +280,7 @@ TEST_F(GuardTest, AJournalLeftBehindIsContinuedOrUndone) {
         network.wifiPower = false;
         network.interfaces[0].linkActive = isWired;
         input::Start left;
-        left.journal.emplace().wifi.emplace();
+        left.journal.emplace().wifi = Journal::WiFi{};
         EXPECT_THAT(start(left), ElementsAre(isWired ? "probe eth0 192.0.2.1" : "Wi-Fi on"));
         if (isWired) {
             EXPECT_THAT(answer(), IsEmpty()) << "it is off already";

@@ -51,10 +51,17 @@ bool switchesSomething(const Decision &decision) {
 }
 
 std::string causeOf(const std::vector<std::string> &keys) {
-    if (keys.size() == 1)
-        return keys.front() + " changed";
-    return std::to_string(keys.size()) + " keys changed, " + (keys.empty() ? "" : keys.front()) +
-           " among them";
+    constexpr std::string_view interfaces = "State:/Network/Interface/";
+    std::set<std::string_view> names;
+    for (const std::string_view key : keys)
+        if (key.starts_with(interfaces))
+            names.insert(key.substr(interfaces.size(), key.rfind('/') - interfaces.size()));
+    if (names.empty())
+        return "services, routers or name servers changed";
+    std::string text;
+    for (const auto name : names)
+        text.append(text.empty() ? "" : ", ").append(name);
+    return text + " changed";
 }
 
 std::string causeOf(const std::string &device, const ProbeOutcome &outcome) {
@@ -221,7 +228,11 @@ void Guard::on(const input::CommandEnded &ended) {
     if (ended.error.empty()) {
         what += ": done";
         effects_.push_back(effect::RememberDone{carryingFor_, what});
-        say(Log::Level::info, what);
+        const bool isWiFi =
+            wish.command.kind == Command::Kind::wifiOn || wish.command.kind == Command::Kind::wifiOff;
+        if (isWiFi && decision_ && !isStopping_)
+            what += ", because: " + decision_->reason;
+        say(wish.command.kind == Command::Kind::flushCache ? Log::Level::debug : Log::Level::info, what);
         attempt.shownBy = readsAsked_ + 1;
         settle(wish.command);
     } else {

@@ -268,11 +268,11 @@ std::vector<std::vector<int>> placements(std::size_t count) {
 } // namespace
 
 int main(int count, char **values) {
-    long long limit = 0;
-    if (count == 3 && std::string_view(values[1]) == "--limit")
-        limit = text::parseInteger(values[2]).value_or(0);
-    if (count != 1 && limit <= 0) {
-        std::fputs("Usage: TarnlinkPolicySweep [--limit N]\n"
+    long long every = 0;
+    if (count == 3 && std::string_view(values[1]) == "--every")
+        every = text::parseInteger(values[2]).value_or(0);
+    if (count != 1 && every <= 0) {
+        std::fputs("Usage: TarnlinkPolicySweep [--every N]\n"
                    "Checks every N-th choice of interfaces only; all of them without.\n",
                    stderr);
         return 2;
@@ -296,7 +296,7 @@ int main(int count, char **values) {
     std::atomic<long long> violations = 0;
     const auto work = [&] {
         long long done = 0;
-        const auto step = static_cast<std::size_t>(limit > 0 ? limit : 1);
+        const auto step = static_cast<std::size_t>(every > 0 ? every : 1);
         for (auto i = step * next++; i < choices.size(); i = step * next++)
             for (const auto &placement : places[choices[i].size()]) {
                 Case one = makeCase(choices[i], placement);

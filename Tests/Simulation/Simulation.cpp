@@ -198,7 +198,6 @@ private:
     Result result_;
     VirtualTime time_;
     Time end_;
-    World world_;
     DaemonConfig config_;
     std::unique_ptr<Process> process_;
     std::uint64_t processes_ = 0;
@@ -210,8 +209,6 @@ private:
     Time workedAt_{};
     /// The daemon cannot know what the machine would be like without it.
     bool isDoubtful_ = false;
-    /// The journal was damaged, and Wi-Fi has not been on since.
-    bool isDamaged_ = false;
     /// By the time that counts sleep.
     std::optional<Time> pauseEnd_;
     Time pausedAt_{};
@@ -222,6 +219,8 @@ private:
     std::uint64_t pretencesAtStop_ = 0;
     /// When the daemon last ceased to watch.
     Time unwatchedAt_{};
+    /// Tells of what it is like from its beginning.
+    World world_;
 };
 
 Simulation::Process::Process(Simulation &of, std::uint64_t number, bool isUndoing)
@@ -366,7 +365,6 @@ void Simulation::check() {
     if (!isOn() || world_.isRefusing)
         return;
     ++result_.checks;
-    isDamaged_ = isDamaged_ && !world_.canWiFiCarry();
     const auto &guard = process_->daemon->guard();
     if (world_.isAvailable(config_) && !world_.isOnline(config_))
         violated("there is a path, and the machine is offline");
@@ -435,9 +433,6 @@ void Simulation::bury() {
     // What it knows may not be in the journal: it tries to write once in a minute.
     isDoubtful_ |=
         process_ && world_.isDead && (world_.isDiskFull || world_.diskFullAt + seconds(70) > time_.now());
-    // That a journal was damaged is known to none but the process that found it so.
-    if (process_ && std::exchange(isDamaged_, false))
-        world_.forgetOwnersOfWiFi();
     const auto process = std::move(process_);
     world_.isDead = true;
 }
@@ -471,7 +466,6 @@ void Simulation::ended() {
             world_.forgetOwnersOfWiFi();
             world_.forgetOwnersOfOthers();
         }
-        isDamaged_ = false;
     } else if (world_.faults == faultsAtStop_ && !world_.isRefusing && !world_.isDiskFull) {
         violated("the daemon could not undo everything, though nothing was in its way");
     }
@@ -588,7 +582,6 @@ void Simulation::event() {
         planPauseEnd();
     } else if (!process_ && world_.damageJournal()) {
         isDoubtful_ = true;
-        isDamaged_ = true;
     }
 }
 
@@ -605,6 +598,11 @@ Result Simulation::run() {
             continue;
         if (world_.isDead) {
             ++result_.deaths;
+            // What only seemed to work at an end that was cut off, nobody will look at again.
+            if (!isOn() && world_.pretences != pretencesAtStop_) {
+                isDoubtful_ = true;
+                world_.forgetOwnersOfWiFi();
+            }
             bury();
             restartLater();
         } else if (process_->isUndone) {

@@ -226,7 +226,8 @@ TEST_F(Managed, RadioIsSwitchedByTheManagerAlone) {
     EXPECT_THAT(result.message, HasSubstr("timed out"));
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
     lab().stop(manager);
-    EXPECT_EQ(wifi_.setPower(true).kind, Kind::noController);
+    // The bus may still be about to learn that it is gone.
+    waitUntil([&] { return wifi_.setPower(true).kind == Kind::noController; }, "a bus without it");
     EXPECT_EQ(wifi_.interface()->powerOn, true) << "nobody says that it is off";
 }
 

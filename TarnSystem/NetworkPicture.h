@@ -25,6 +25,8 @@ struct NetworkPicture {
         bool isLoopback = false;
         /// Administratively up and carrier present.
         bool hasCarrier = false;
+        /// How often the carrier has come and gone (IFLA_CARRIER_CHANGES).
+        std::uint32_t carrierChanges = 0;
         bool isWireless = false;
         /// Nothing but the kernel's list tells of this device: it may be wireless or not.
         bool isUndescribed = false;

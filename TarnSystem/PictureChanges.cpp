@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <tuple>
 #include <utility>
 
 namespace tarn::PictureChanges {
@@ -58,10 +59,12 @@ public:
     }
 
     void compare(const std::string &name, const Device &before, const Device &after) {
+        // A carrier that went and came back counts too: whoever read in between has seen it gone.
         if (before.link != after.link)
             keys_.push_back(interfaceKey(name, "Link"));
         auto described = before.link;
         described.hasCarrier = after.link.hasCarrier;
+        described.carrierChanges = after.link.carrierChanges;
         if (described != after.link)
             keys_.push_back(setupKey(name));
         compare(name, "IPv4", before.ipv4, after.ipv4);
@@ -128,10 +131,10 @@ std::vector<std::string> managerKeys(const NetworkPicture &picture) {
 
 bool carrierChanged(const NetworkPicture &before, const NetworkPicture &after) {
     const auto carriers = [](const NetworkPicture &picture) {
-        std::vector<unsigned> links;
+        std::vector<std::tuple<unsigned, bool, std::uint32_t>> links;
         for (const auto &link : picture.links)
-            if (!link.isLoopback && link.hasCarrier)
-                links.push_back(link.index);
+            if (!link.isLoopback && (link.hasCarrier || link.carrierChanges > 0))
+                links.emplace_back(link.index, link.hasCarrier, link.carrierChanges);
         std::ranges::sort(links);
         return links;
     };

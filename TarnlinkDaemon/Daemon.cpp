@@ -68,7 +68,7 @@ void Daemon::start() {
     start.pause = load<Pause>(services_.folder, pauseName, !isDryRun_, pauseDamage);
     if (!pauseDamage.empty()) {
         services_.log.write(Log::Level::error, category, pauseDamage + "; there is no pause");
-        if (!isDryRun_)
+        if (!isDryRun_ && services_.folder.read(pauseName).contents)
             services_.folder.remove(pauseName);
     }
     useConfig(start.config);
@@ -257,6 +257,8 @@ void Daemon::perform(effect::Say &say) {
 }
 
 void Daemon::perform(effect::Finish &finish) {
+    if (finish.isHung)
+        return finished_(false);
     // Behind what is still to be written.
     onDisk([] {}, [this, isUndone = finish.isUndone] { finished_(isUndone); });
 }

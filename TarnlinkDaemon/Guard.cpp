@@ -18,6 +18,8 @@ constexpr Guard::Duration shortestInterval = 50ms;
 // A probe that has not ended this long after its time is over: nobody will tell any more.
 constexpr Guard::Duration probeGrace = 5s;
 constexpr Guard::Duration longestReading = 30s;
+// Far beyond what the systems allow themselves for one change.
+constexpr Guard::Duration longestCommand = 120s;
 // News may get lost; what was read is not trusted for ever.
 constexpr Guard::Duration readingLife = 60s;
 // This many readings in a row that fail, and the network counts as one without a cable.
@@ -39,10 +41,6 @@ bool isAddressed(const InterfaceSnapshot &snapshot) {
 /// 1 s, 2 s, 4 s and so on up to a minute.
 Guard::Duration pauseAfter(unsigned failures) {
     return std::min<Guard::Duration>(1s * (1 << std::min(failures - 1, 6U)), 60s);
-}
-
-Guard::Duration saturatingAdd(Guard::Duration time, Guard::Duration delay) {
-    return delay > Guard::Duration::max() - time ? Guard::Duration::max() : time + delay;
 }
 
 bool switchesSomething(const Decision &decision) {
@@ -84,6 +82,8 @@ std::vector<Effect> Guard::handle(const Input &input) {
     if (!isFinished_) {
         std::visit([this](const auto &what) { on(what); }, input.what);
         checkTimes();
+    }
+    if (!isFinished_) {
         proceed();
         finishIfDone();
         setTimer();
@@ -144,6 +144,7 @@ void Guard::on(const input::NetworkChanged &change) {
 
 void Guard::on(const input::ReadingTaken &taken) {
     readingsFailed_ = 0;
+    isLate_ = false;
     readRetry_.reset();
     readShown_ = taken.number;
     readDeadline_ = taken.number < readsAsked_ ? std::optional(now() + longestReading) : std::nullopt;
@@ -161,11 +162,12 @@ void Guard::on(const input::ReadingTaken &taken) {
         updatePaths();
     }
     const auto on = attempts_.find(wifiOnKey);
-    if (on != attempts_.end() && on->second.shownBy && taken.number >= *on->second.shownBy &&
-        reading_.canWiFiCarry()) {
-        mustSwitchOn_ = false;
-        if (journal_.wifi && journal_.wifi->isUnknown)
-            journal_.wifi.reset();
+    if (on != attempts_.end() && on->second.shownBy && taken.number >= *on->second.shownBy) {
+        if (reading_.canWiFiCarry()) {
+            mustSwitchOn_ = false;
+            if (journal_.wifi && journal_.wifi->isUnknown)
+                journal_.wifi.reset();
+        }
     }
     readAt_ = now();
     if (!isStopping_)
@@ -191,8 +193,8 @@ void Guard::probeEnded(const std::string &device, Path &path, const ProbeOutcome
     const auto stall = fromSeconds(config_.trafficStallSeconds);
     path.stallCheck.reset();
     // Where probes are as frequent, the next one finds out by itself.
-    if (stall > 0s && saturatingAdd(now(), stall) < path.next) {
-        path.stallCheck = saturatingAdd(now(), stall);
+    if (stall > 0s && now() + stall < path.next) {
+        path.stallCheck = now() + stall;
         path.bytes.reset();
         effects_.push_back(effect::CountBytes{device});
     }
@@ -234,6 +236,7 @@ void Guard::on(const input::CommandEnded &ended) {
             what += ", because: " + decision_->reason;
         say(wish.command.kind == Command::Kind::flushCache ? Log::Level::debug : Log::Level::info, what);
         attempt.shownBy = readsAsked_ + 1;
+        attempt.retryAt = now() + readingLife;
         settle(wish.command);
     } else {
         const auto pause = pauseAfter(++attempt.failures);
@@ -251,6 +254,8 @@ void Guard::on(const input::CommandEnded &ended) {
     if (wish.command.kind == Command::Kind::flushCache)
         return;
     readNeeded_ = readsAsked_ + 1;
+    if (wish.command.kind == Command::Kind::wifiOn || wish.command.kind == Command::Kind::wifiOff)
+        wifiReadNeeded_ = readNeeded_;
     if (!isStopping_)
         look("what was switched", true);
 }
@@ -267,6 +272,11 @@ void Guard::settle(const Command &command) {
         return;
     switch (command.kind) {
     case Command::Kind::wifiOn:
+        if (mustSwitchOn() && !hasReading_) {
+            // Its services have never been seen: more than the radio may be off.
+            attempts_[wifiOnKey].failures = mostUndoTries;
+            break;
+        }
         journal_.wifi.reset();
         mustSwitchOn_ = false;
         break;
@@ -323,7 +333,9 @@ void Guard::on(const input::PauseWanted &wanted) {
         "paused for " + std::to_string(std::chrono::ceil<std::chrono::seconds>(pause_->length).count()) +
             " s");
     causes_.emplace_back("pause");
-    evaluateIfCurrent();
+    // Whoever pauses waits for no reading.
+    if (hasReading_ && !isStopping_)
+        evaluate();
 }
 
 void Guard::on(const input::ResumeWanted &) {
@@ -345,12 +357,16 @@ void Guard::on(const input::SettingsChanged &change) {
         path.next = now();
     updatePaths();
     look("settings", true);
-    evaluateIfCurrent();
+    if (hasReading_)
+        evaluate();
 }
 
 void Guard::on(const input::Woke &) {
-    // The timer that runs does not count the time asleep.
+    // The timer that runs does not count the time asleep, and nobody worked meanwhile.
     wakeAt_.reset();
+    if (readDeadline_)
+        readDeadline_ = now() + longestReading;
+    carryDeadline_ = now() + longestCommand;
     // Whatever was known is from before: the cable may lead elsewhere now.
     for (auto &[device, path] : paths_) {
         path = {.identity = std::move(path.identity)};
@@ -374,12 +390,13 @@ void Guard::on(const input::StopWanted &) {
     if (std::exchange(isStopping_, true))
         return;
     say(Log::Level::info, "stopping; what was changed is undone");
-    forgetConfigured();
     attempts_.clear();
     paths_.clear();
     causes_.clear();
-    readDeadline_.reset();
-    readRetry_.reset();
+    if (!isAwaitingReading()) {
+        readDeadline_.reset();
+        readRetry_.reset();
+    }
     writeAttempt_ = {};
 }
 
@@ -409,6 +426,8 @@ void Guard::look(std::string cause, bool everything) {
 
 void Guard::readingLost(const std::string &message) {
     ++readingsFailed_;
+    // What is waited for may never come; what is known has to do for decisions.
+    isLate_ = true;
     const auto pause = pauseAfter(readingsFailed_);
     readRetry_ = now() + pause;
     say(Log::Level::error,
@@ -418,8 +437,6 @@ void Guard::readingLost(const std::string &message) {
     if (!hasReading_ || !reading_.interfaces.empty())
         say(Log::Level::error, "without a reading, no cable counts");
     mustSwitchOn_ = mustSwitchOn_ || journal_.wifi.has_value();
-    // What comes now is judged without waiting for a reading that may never be.
-    readNeeded_ = readShown_;
     hasReading_ = true;
     reading_.interfaces.clear();
     updatePaths();
@@ -428,7 +445,7 @@ void Guard::readingLost(const std::string &message) {
 
 void Guard::evaluateIfCurrent() {
     // A reading on its way will do it; one that does not come is noticed.
-    if (isReadingCurrent() && !isStopping_)
+    if (hasReading_ && (isReadingCurrent() || isLate_) && !isStopping_)
         evaluate();
 }
 
@@ -527,15 +544,20 @@ void Guard::updatePaths() {
 }
 
 void Guard::checkTimes() {
+    if (carrying_ && now() >= carryDeadline_) {
+        say(Log::Level::error, describe(carrying_->command) + " does not end; the daemon has to start anew");
+        isFinished_ = true;
+        effects_.push_back(effect::Finish{false, true});
+        return;
+    }
     if (pause_ && !isPaused()) {
         forgetPause();
         causes_.emplace_back("end of the pause");
-        evaluateIfCurrent();
+        if (hasReading_ && !isStopping_)
+            evaluate();
     }
     if (readDeadline_ && now() >= *readDeadline_) {
         readDeadline_ = now() + longestReading;
-        // What is waited for may never come; what is known has to do.
-        readNeeded_ = readShown_;
         readingLost("it does not answer");
     }
     if (readRetry_ && now() >= *readRetry_)
@@ -557,8 +579,8 @@ void Guard::checkTimes() {
 
 void Guard::sendProbe(const std::string &device, Path &path) {
     path.probe = ++probesSent_;
-    path.deadline = saturatingAdd(now(), saturatingAdd(fromSeconds(config_.probeTimeout), probeGrace));
-    path.next = saturatingAdd(now(), std::max(fromSeconds(config_.probeInterval), shortestInterval));
+    path.deadline = now() + fromSeconds(config_.probeTimeout) + probeGrace;
+    path.next = now() + std::max(fromSeconds(config_.probeInterval), shortestInterval);
     path.stallCheck.reset();
     path.bytes.reset();
     effects_.push_back(effect::SendProbe{path.probe, device, path.server, path.source, config_.probeTimeout});
@@ -580,7 +602,9 @@ void Guard::proceed() {
             // Nobody is left offline for having tried in vain.
             attempt.isGivenUp = ++attempt.fruitless >= mostFruitless && wish.key != wifiOnKey;
         }
-        if (attempt.shownBy || attempt.isGivenUp || now() < attempt.retryAt)
+        // Where nobody can see it, Wi-Fi on is said again.
+        const bool isAwaited = attempt.shownBy && !(isLate_ && wish.key == wifiOnKey);
+        if (isAwaited || attempt.isGivenUp || now() < attempt.retryAt)
             continue;
         if (config_.dryRun) {
             attempt.isGivenUp = true;
@@ -594,7 +618,10 @@ void Guard::proceed() {
         }
         if (wish.journal)
             journal_ = *wish.journal;
+        if (wish.key == wifiOnKey)
+            forgetConfigured();
         carrying_ = wish;
+        carryDeadline_ = now() + longestCommand;
         carryingFor_ = decisionNumber_;
         effects_.push_back(effect::Carry{++commands_, wish.command});
         return;
@@ -608,7 +635,7 @@ void Guard::proceed() {
         return;
     if (isStopping_ && !isAwaitingReading() && std::ranges::find(list, wifiOnKey, &Wish::key) == list.end())
         journal_.wifi.reset();
-    else if (!isStopping_ && isReadingCurrent())
+    else if (!isStopping_ && isReadingCurrent() && !isLate_)
         journal_ = tidied(list);
     if (!isWritten(journal_))
         write(journal_, false);
@@ -623,7 +650,7 @@ void Guard::write(const Journal &journal, bool isForWish) {
 }
 
 bool Guard::isAwaitingReading() const {
-    return mustSwitchOn() && !hasReading_ && readingsFailed_ == 0;
+    return mustSwitchOn() && !hasReading_ && readingsFailed_ < failuresUntilBlind;
 }
 
 void Guard::finishIfDone() {
@@ -641,7 +668,9 @@ void Guard::finishIfDone() {
         return;
     isFinished_ = true;
     if (!isDone && !config_.dryRun)
-        say(Log::Level::error, "not everything could be undone; the journal keeps what is left");
+        say(Log::Level::error, list.empty()
+                                   ? "everything is undone, but the journal cannot be removed"
+                                   : "not everything could be undone; the journal keeps what is left");
     effects_.push_back(effect::Finish{isDone || config_.dryRun});
 }
 
@@ -653,6 +682,8 @@ void Guard::setTimer() {
     };
     at(readDeadline_);
     at(readRetry_);
+    if (carrying_)
+        at(carryDeadline_);
     if (const auto left = pauseLeft(at_))
         at(now() + *left);
     for (const auto &[device, path] : paths_) {
@@ -663,7 +694,7 @@ void Guard::setTimer() {
             at(path.next);
     }
     for (const auto &[key, attempt] : attempts_)
-        if (!attempt.shownBy && !attempt.isGivenUp && attempt.retryAt > now())
+        if ((!attempt.shownBy || isLate_) && !attempt.isGivenUp && attempt.retryAt > now())
             at(attempt.retryAt);
     if (writeAttempt_.retryAt > now())
         at(writeAttempt_.retryAt);

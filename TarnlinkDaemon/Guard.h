@@ -145,9 +145,11 @@ struct Say {
     Log::Level level = Log::Level::info;
     std::string message;
 };
-/// Nothing more is wanted. `isUndone`: nothing of ours is left on the machine.
+/// Nothing more is wanted. `isUndone`: nothing of ours is left on the machine. `isHung`: a command does
+/// not end; only a new process can go on.
 struct Finish {
     bool isUndone = true;
+    bool isHung = false;
 };
 
 } // namespace effect
@@ -261,6 +263,8 @@ private:
     /// The last reading shows all that was switched.
     bool isReadingCurrent() const { return hasReading_ && readShown_ >= readNeeded_; }
     bool mustSwitchOn() const { return mustSwitchOn_ || (journal_.wifi && journal_.wifi->isUnknown); }
+    /// It shows what was switched of Wi-Fi.
+    bool isWiFiCurrent() const { return hasReading_ && readShown_ >= wifiReadNeeded_; }
     /// What is not known yet has to be, before Wi-Fi can be switched on whole.
     bool isAwaitingReading() const;
     void keepPause(Duration length);
@@ -274,8 +278,11 @@ private:
     Wish wifiOn() const;
     /// None when there is nothing to take off.
     std::optional<Wish> wifiOff() const;
-    /// Leaves out of the journal what somebody has given an address of late, and knows better.
+    /// Of a Wi-Fi service, by the last reading; null where that does not tell.
+    const ProtocolConfiguration *configurationOf(const std::string &serviceID, IPProtocol protocol) const;
+    /// Leaves out of the journal what somebody has given an address since, and knows better.
     void forgetConfigured();
+    /// What the journal says of Wi-Fi and the reading does not show as undone.
     void addWiFiUndoing(std::vector<Wish> &list) const;
     /// What takes paths away is undone, and `all` the rest as well.
     void addUndoing(std::vector<Wish> &list, bool all) const;
@@ -307,8 +314,11 @@ private:
     Duration readAt_{};
     std::uint64_t readsAsked_ = 0;
     std::uint64_t readShown_ = 0;
+    /// A reading failed or did not come, and none has come since.
+    bool isLate_ = false;
     /// Readings with a smaller number do not show what was switched since.
     std::uint64_t readNeeded_ = 0;
+    std::uint64_t wifiReadNeeded_ = 0;
     /// A reading that was asked for has to be here by then.
     std::optional<Duration> readDeadline_;
     std::optional<Duration> readRetry_;
@@ -338,6 +348,7 @@ private:
     bool mustSwitchOn_ = false;
     std::map<std::string, Attempt> attempts_;
     std::optional<Wish> carrying_;
+    Duration carryDeadline_{};
     std::uint64_t commands_ = 0;
     /// For whom the command under way, or the next, is remembered.
     std::uint64_t carryingFor_ = 0;

@@ -160,6 +160,11 @@ std::vector<Guard::Wish> Guard::wishes() const {
             break;
         }
     }
+    // One service with one protocol can carry; what else we took off is owed all the same.
+    const auto status = decision_->status.kind;
+    if (status != Status::Kind::wired && status != Status::Kind::wiredPending && !mustSwitchOn() &&
+        reading_.canWiFiCarry())
+        addWiFiUndoing(list);
     if (!config_.enabled || isPaused())
         // Nobody minds them now, and they may be the only path left.
         addUndoing(list, !config_.enabled);
@@ -171,25 +176,40 @@ std::vector<Guard::Wish> Guard::wishes() const {
 }
 
 Guard::Wish Guard::wifiOn() const {
-    Command command{.kind = Kind::wifiOn, .power = mustSwitchOn() || reading_.wifiPower == false};
-    auto saved = journal_.wifi ? journal_.wifi->protocols : std::vector<Journal::SavedProtocol>();
-    command.services = journal_.wifi ? journal_.wifi->services : std::vector<ServiceName>();
+    const auto ours = journal_.wifi.value_or(Journal::WiFi{WiFiOffMode::address, {}, {}, false});
+    // A reading from before it was switched last proves nothing.
+    const bool isCurrent = isWiFiCurrent();
+    Command command{.kind = Kind::wifiOn,
+                    .power = mustSwitchOn() || reading_.wifiPower == false ||
+                             (!isCurrent && ours.mode == WiFiOffMode::radio),
+                    .services = ours.services};
+    for (const auto &saved : ours.protocols) {
+        const auto *present = configurationOf(saved.serviceID, saved.protocol);
+        if (!isCurrent || !present || isAddressLess(*present, saved.protocol))
+            command.protocols.push_back(
+                restoring(saved.serviceID, saved.protocol, saved.configuration.entries));
+    }
     for (const auto &service : reading_.wifiServices) {
         if (!service.enabled && !hasService(command.services, service.serviceID))
             command.services.push_back({service.serviceID, service.name});
-        for (const auto &[protocol, configuration] : protocols) {
-            const auto found = findProtocol(saved, service.serviceID, protocol);
-            const auto &present = service.*configuration;
-            const bool isOff = present && isAddressLess(*present, protocol);
-            if (found != saved.end() && (isOff || !present))
-                command.protocols.push_back(
-                    restoring(service.serviceID, protocol, found->configuration.entries));
-            // Taken off by somebody else, and wanted all the same.
-            else if (isOff && service.isAddressLess() && findService(saved, service.serviceID) == saved.end())
-                command.protocols.push_back(restoring(service.serviceID, protocol, std::nullopt));
-        }
+        if (hasService(ours.protocols, service.serviceID))
+            continue;
+        // Taken off by somebody else, and wanted all the same; or by us, nobody knows how far.
+        const bool isOff = service.isAddressLess();
+        if (isOff || (ours.isUnknown && service.ipv4 && isAddressLess(*service.ipv4, IPProtocol::ipv4)))
+            command.protocols.push_back(restoring(service.serviceID, IPProtocol::ipv4, std::nullopt));
+        if (isOff)
+            command.protocols.push_back(restoring(service.serviceID, IPProtocol::ipv6, std::nullopt));
     }
     return {wifiOnKey, std::move(command), std::nullopt};
+}
+
+const ProtocolConfiguration *Guard::configurationOf(const std::string &serviceID, IPProtocol protocol) const {
+    const auto service = findService(reading_.wifiServices, serviceID);
+    if (service == reading_.wifiServices.end())
+        return nullptr;
+    const auto &configuration = isIPv4(protocol) ? service->ipv4 : service->ipv6;
+    return configuration ? &*configuration : nullptr;
 }
 
 std::optional<Guard::Wish> Guard::wifiOff() const {
@@ -235,26 +255,32 @@ std::optional<Guard::Wish> Guard::wifiOff() const {
 void Guard::addWiFiUndoing(std::vector<Wish> &list) const {
     if (!journal_.wifi)
         return;
-    // Where nothing can switch the radio, it may never have gone off.
-    const bool isOn = isReadingCurrent() && reading_.wifiPower == true;
-    Command command{.kind = Kind::wifiOn,
-                    .power = journal_.wifi->mode == WiFiOffMode::radio && !isOn,
-                    .services = journal_.wifi->services};
-    for (const auto &saved : journal_.wifi->protocols)
-        command.protocols.push_back(restoring(saved.serviceID, saved.protocol, saved.configuration.entries));
-    if (!command.power && command.services.empty() && command.protocols.empty())
-        return;
-    list.push_back({wifiOnKey, std::move(command), std::nullopt});
+    const bool isCurrent = isWiFiCurrent();
+    Command command{.kind = Kind::wifiOn};
+    // Where nothing can switch the radio, it may never have gone off. What is not there or not told can
+    // wait until it is, but not beyond the end.
+    command.power = journal_.wifi->mode == WiFiOffMode::radio &&
+                    (!isCurrent || reading_.wifiPower == false || (isStopping_ && !reading_.wifiPower));
+    for (const auto &service : journal_.wifi->services) {
+        const auto present = findService(reading_.wifiServices, service.serviceID);
+        if (!isCurrent || (present == reading_.wifiServices.end() ? isStopping_ : !present->enabled))
+            command.services.push_back(service);
+    }
+    for (const auto &saved : journal_.wifi->protocols) {
+        const auto *present = configurationOf(saved.serviceID, saved.protocol);
+        if (!isCurrent || (present ? isAddressLess(*present, saved.protocol) : isStopping_))
+            command.protocols.push_back(
+                restoring(saved.serviceID, saved.protocol, saved.configuration.entries));
+    }
+    if (command.power || !command.services.empty() || !command.protocols.empty())
+        list.insert(list.begin(), {wifiOnKey, std::move(command), std::nullopt});
 }
 
 void Guard::forgetConfigured() {
-    if (!journal_.wifi || carrying_ || !isReadingCurrent())
+    if (!journal_.wifi || !isWiFiCurrent())
         return;
     std::erase_if(journal_.wifi->protocols, [&](const auto &saved) {
-        const auto service = findService(reading_.wifiServices, saved.serviceID);
-        if (service == reading_.wifiServices.end())
-            return false;
-        const auto &present = isIPv4(saved.protocol) ? service->ipv4 : service->ipv6;
+        const auto *present = configurationOf(saved.serviceID, saved.protocol);
         return present && !isAddressLess(*present, saved.protocol);
     });
 }
@@ -332,11 +358,8 @@ Journal Guard::tidied(const std::vector<Wish> &wanted) const {
             return service && service->enabled;
         });
         std::erase_if(ours.protocols, [&](const auto &entry) {
-            const auto *service = present(entry.serviceID);
-            const auto &configuration =
-                isIPv4(entry.protocol) ? &Reading::WiFiService::ipv4 : &Reading::WiFiService::ipv6;
-            return service && service->*configuration &&
-                   !isAddressLess(*(service->*configuration), entry.protocol);
+            const auto *configuration = configurationOf(entry.serviceID, entry.protocol);
+            return configuration && !isAddressLess(*configuration, entry.protocol);
         });
         const bool isRadioUndone = ours.mode != WiFiOffMode::radio || reading_.wifiPower == true;
         if (isRadioUndone && ours.services.empty() && ours.protocols.empty())
@@ -350,14 +373,19 @@ Journal Guard::tidied(const std::vector<Wish> &wanted) const {
     });
     if (journal.order) {
         const auto now = standing(*journal.order, reading_.interfaces);
-        if (now == Standing::otherwise || (now == Standing::asBefore && !isWanted("order")))
+        // With a service away nobody can tell.
+        const auto order = serviceOrder(reading_.interfaces);
+        const bool isWhole = std::ranges::all_of(*journal.order, [&](const auto &service) {
+            return std::ranges::find(order, service) != order.end();
+        });
+        if (now == Standing::otherwise || (isWhole && now == Standing::asBefore && !isWanted("order")))
             journal.order.reset();
     }
     std::erase_if(journal.resolvers, [&](const auto &entry) {
         const auto found = std::ranges::find(reading_.resolvers, entry.key, &Reading::Resolver::key);
-        // Gone, or set by its owner since.
-        return !isWanted("resolver " + entry.key) &&
-               (found == reading_.resolvers.end() || found->servers != entry.after);
+        // Set by its owner since. One that is not there may only not be told of.
+        return !isWanted("resolver " + entry.key) && found != reading_.resolvers.end() &&
+               found->servers != entry.after;
     });
     return journal;
 }

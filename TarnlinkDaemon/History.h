@@ -37,7 +37,7 @@ struct HistoryWrite {
 };
 
 /// The last decisions, and what to write so that they survive the daemon: a file of lines, each a JSON
-/// object. What cannot be read of it is left out; it never has more than four times the lines it needs.
+/// object. What cannot be read of it is left out; it never has more than 4,000 lines.
 ///
 /// Thread: one. Errors: none.
 class History {

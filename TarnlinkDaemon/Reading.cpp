@@ -13,10 +13,22 @@ bool isAddressLess(const ProtocolConfiguration &configuration, bool isIPv4) {
                                            isIPv4);
 }
 
+/// Whether everything in it could be told: what could not is null, and could not be put back.
+bool isWhole(const Value &value) {
+    if (const auto *dictionary = value.dictionary())
+        return std::ranges::all_of(*dictionary, [](const auto &entry) { return isWhole(entry.second); });
+    if (const auto *array = value.array())
+        return std::ranges::all_of(*array, isWhole);
+    return !value.isNull();
+}
+
 std::optional<ProtocolConfiguration> configuration(ServiceControlling &services, const std::string &serviceID,
                                                    IPProtocol protocol) {
     try {
-        return services.configuration(serviceID, protocol);
+        auto present = services.configuration(serviceID, protocol);
+        if (!present.entries || isWhole(*present.entries))
+            return present;
+        return std::nullopt;
     } catch (const ServiceControlError &) {
         return std::nullopt;
     }

@@ -15,7 +15,7 @@ namespace tarn {
 
 /// The network and Wi-Fi at one instant: all that the guard judges by, beside probes.
 struct Reading {
-    /// A Wi-Fi service. A protocol whose configuration the system does not tell is absent.
+    /// A Wi-Fi service. A protocol whose configuration the system does not tell, or not whole, is absent.
     struct WiFiService {
         std::string serviceID;
         std::string name;

@@ -4,7 +4,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -103,15 +105,33 @@ std::optional<std::string> DiskFolder::keepCopy(const std::string &name) {
 DiskFolder::Lock DiskFolder::lock() {
     if (folder_)
         return Lock::held;
-    if (files::makeFolder(path_))
-        return Lock::unavailable;
+    files::makeFolder(path_);
     auto folder = openFolder(path_);
-    if (!folder)
-        return Lock::unavailable;
+    if (!folder) {
+        // Asked once more for its reason.
+        const bool isMade = mkdir(path_.c_str(), 0700) == 0;
+        return !isMade && (errno == EROFS || errno == ENOSPC || errno == EDQUOT) ? Lock::unavailable
+                                                                                 : Lock::denied;
+    }
     if (flock(folder.get(), LOCK_EX | LOCK_NB) != 0)
         return errno == EWOULDBLOCK ? Lock::taken : Lock::unavailable;
     folder_ = std::move(folder);
+    removeUnfinished();
     return Lock::held;
+}
+
+void DiskFolder::removeUnfinished() const {
+    const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir(path_.c_str()), closedir);
+    while (const auto *entry = directory ? readdir(directory.get()) : nullptr) {
+        const std::string_view name(entry->d_name);
+        // As files::replace() calls them: six characters of mkstemp(3) behind the name.
+        const bool isUnfinished =
+            name.size() > 7 && name[name.size() - 7] == '.' &&
+            (name.starts_with("journal.json.") || name.starts_with("pause.json.") ||
+             name.starts_with("history.jsonl.") || name.starts_with("preferences.json."));
+        if (isUnfinished)
+            unlinkat(dirfd(directory.get()), entry->d_name, 0);
+    }
 }
 
 } // namespace tarn

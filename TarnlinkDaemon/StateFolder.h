@@ -45,14 +45,20 @@ public:
     std::optional<std::string> remove(const std::string &name) override;
     std::optional<std::string> keepCopy(const std::string &name) override;
 
-    enum class Lock { held, taken, unavailable };
-    /// Makes sure that no other process uses the folder (flock(2)) until this one ends, or this object
-    /// does. `taken`: another has it. `unavailable`: the folder is not there and cannot be made, or knows
-    /// no locks; nothing can be written there either.
+    enum class Lock {
+        held,
+        taken,       ///< Another process has it.
+        unavailable, ///< Full, read-only or without locks: nothing can be written there.
+        denied,      ///< Not this process's to use, or no folder.
+    };
+    /// Makes the folder if need be, and sure that no other process uses it (flock(2)) until this one ends,
+    /// or this object does. Removes what a process left that was killed while it wrote.
     Lock lock();
     const std::string &path() const { return path_; }
 
 private:
+    void removeUnfinished() const;
+
     std::string path_;
     Descriptor folder_;
 };

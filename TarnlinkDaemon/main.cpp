@@ -192,6 +192,10 @@ int watch(tarn::Platform &platform, const std::vector<std::string> &arguments, b
             complain("another daemon is running; it has " + folder.path());
             return exitTaken;
         }
+        if (lock == tarn::DiskFolder::Lock::denied) {
+            complain(folder.path() + " cannot be used: it is not there, or belongs to somebody else");
+            return exitFailed;
+        }
         if (lock == tarn::DiskFolder::Lock::unavailable)
             platform.log().write(tarn::Log::Level::error, "daemon",
                                  folder.path() + " cannot be used: nothing can be written down there");

@@ -71,6 +71,8 @@ void addLink(NetworkPicture &picture, const nlmsghdr *message) {
             link.name = text(attribute);
         else if (type == IFLA_IFALIAS)
             link.alias = text(attribute);
+        else if (type == IFLA_CARRIER_CHANGES)
+            link.carrierChanges = number(attribute);
         else if (type == IFLA_MASTER)
             link.master = number(attribute);
         else if (type == IFLA_LINKINFO)

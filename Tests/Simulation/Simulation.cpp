@@ -372,6 +372,10 @@ void Simulation::check() {
     if (world_.canWiFiCarry(true) && !world_.canWiFiCarry() &&
         !(isProtecting && world_.hasWiredPath(config_)))
         violated("there is no wired path, and Wi-Fi is off");
+    const auto missing = world_.wifiLeftovers();
+    if (!missing.empty() && !isDoubtful_ && !(isProtecting && world_.hasWiredPath(config_)) &&
+        world_.canWiFiCarry(true))
+        violated("there is no wired path, and of Wi-Fi is off:" + missing);
     if (!pauseEnd_ || *pauseEnd_ - world_.trueNow() < seconds(1))
         return;
     const auto left = guard.pauseLeft(world_.now());

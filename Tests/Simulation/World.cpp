@@ -158,16 +158,27 @@ std::size_t World::linkedCables() const {
     }));
 }
 
-std::string World::leftovers() const {
+std::string World::wifiLeftovers() const {
     std::string found;
     if (ownPower_ && !power_)
         found += " radio";
-    for (const auto &device : devices_)
-        if (device.ownEnabled && !device.enabled)
-            found += " " + device.service();
+    if (devices_.back().ownEnabled && !devices_.back().enabled)
+        found += " " + devices_.back().service();
     for (const auto protocol : {IPProtocol::ipv4, IPProtocol::ipv6})
-        if (!isAddressLess(protocol, true) && protocols_[index(protocol)] != ownProtocols_[index(protocol)])
+        if (!isAddressLess(protocol, true) && isAddressLess(protocol, false))
             found += std::string(" ") + protocolNames[index(protocol)];
+    return found;
+}
+
+std::string World::leftovers() const {
+    auto found = wifiLeftovers();
+    for (const auto protocol : {IPProtocol::ipv4, IPProtocol::ipv6})
+        if (!isAddressLess(protocol, true) && !isAddressLess(protocol, false) &&
+            protocols_[index(protocol)] != ownProtocols_[index(protocol)])
+            found += std::string(" other ") + protocolNames[index(protocol)];
+    for (const auto &device : devices_)
+        if (&device != &devices_.back() && device.ownEnabled && !device.enabled)
+            found += " " + device.service();
     if (withoutPhone(order_) != withoutPhone(ownOrder_))
         found += " order (" + joined(order_) + ", not " + joined(ownOrder_) + ")";
     if (servers_ != ownServers_)
@@ -288,7 +299,7 @@ void World::setClock() {
 }
 
 bool World::isUnsteady() const {
-    return isRefusing || std::ranges::any_of(devices_, [](const Device &device) {
+    return isRefusing || isUnreadable || std::ranges::any_of(devices_, [](const Device &device) {
                return device.kind == InterfaceKind::wired && device.server == Server::flaky;
            });
 }
@@ -309,7 +320,12 @@ void World::happen() {
     Device &device = devices_[random.below(devices_.size())];
     const auto say = [&](const std::string &what) { observer_.note("world: " + what); };
     const auto mostly = [&] { return !random.oneIn(4); };
-    const auto kind = random.below(24);
+    auto kind = random.below(24);
+    // What somebody changes while it cannot look, or has not seen yet what it did itself, the daemon takes
+    // for its own doing; a reading may hang for a minute.
+    if (kind >= 8 && kind <= 15 &&
+        (isUnreadable || time_.now() < unreadableAt_ + seconds(70) || time_.now() < switchedAt_ + seconds(5)))
+        kind = 18;
     if (kind >= 8 && kind <= 15)
         ownChangedAt = time_.now();
     switch (kind) {
@@ -401,6 +417,12 @@ void World::happen() {
         faults += isDiskFull;
         say(isDiskFull ? "the disk is full" : "the disk has room");
         break;
+    case 18:
+        unreadableAt_ = isUnreadable ? time_.now() : unreadableAt_;
+        isUnreadable = !isUnreadable && random.oneIn(2) && ownChangedAt + seconds(5) < time_.now();
+        faults += isUnreadable;
+        say(isUnreadable ? "the network cannot be read" : "the network can be read");
+        break;
     }
     disturb(device);
 }
@@ -411,7 +433,7 @@ Moment World::now() {
 }
 
 std::vector<InterfaceSnapshot> World::readInterfaces() {
-    if (random.oneIn(200)) {
+    if (isUnreadable || random.oneIn(200)) {
         addFault();
         throw SystemStateError("The system does not answer.");
     }
@@ -464,6 +486,8 @@ Time World::readingTime() {
     const bool isSlow = random.oneIn(100);
     if (isSlow)
         addFault();
+    if (isUnreadable && random.oneIn(2))
+        return random.time(20, 60);
     return random.time(0.0005, isSlow ? 3 : 0.01);
 }
 
@@ -476,6 +500,7 @@ void World::die() {
 World::Luck World::attempt(const std::string &what, bool takesAway) {
     if (isDead)
         throw Crash{};
+    switchedAt_ = time_.now();
     observer_.switching(what, takesAway);
     if (random.oneIn(300))
         die();

@@ -101,6 +101,8 @@ public:
     std::size_t linkedCables() const;
     /// How the machine differs from what it would be without the daemon; empty when it does not.
     std::string leftovers() const;
+    /// Of these, what is off of Wi-Fi.
+    std::string wifiLeftovers() const;
     std::optional<Journal> journalOnDisk() const;
     /// Takes what is for everybody's own: nobody can tell any more what was the daemon's.
     void forgetOwnersOfWiFi();
@@ -135,6 +137,8 @@ public:
     Time diskFullAt = seconds(-90);
     /// Every change fails until this is over.
     bool isRefusing = false;
+    /// Every reading fails.
+    bool isUnreadable = false;
     /// Whatever failed, was slow or only seemed to work; and the last kind alone.
     std::uint64_t faults = 0;
     Time faultAt = seconds(-60);
@@ -170,6 +174,10 @@ private:
     bool ownPower_ = true;
     std::array<ProtocolConfiguration, 2> protocols_;
     std::array<ProtocolConfiguration, 2> ownProtocols_;
+    /// When the network could last not be read.
+    Time unreadableAt_ = seconds(-100);
+    /// When the daemon last changed something.
+    Time switchedAt_ = seconds(-100);
     std::vector<std::string> order_;
     std::vector<std::string> ownOrder_;
     /// Of the VPN's resolver; empty without VPN.

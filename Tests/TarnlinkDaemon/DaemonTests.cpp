@@ -127,6 +127,19 @@ TEST_P(InMode, JournalLeftBehindIsUndone) {
     EXPECT_FALSE(hasJournal());
 }
 
+TEST_F(DaemonProcess, HalfOfWiFiIsNotEnough) {
+    start();
+    expectWiFi(isOff("address"));
+    end(SIGKILL);
+    // As if it had been killed between the two protocols.
+    manager_->command("device modify wlan0 ipv6.method manual ipv6.addresses 2001:db8:5::10/64 "
+                      "ipv6.gateway 2001:db8:5::1 ipv6.dns 2001:db8:5::1");
+    lab().pull("eth0");
+    start();
+    expectOn();
+    expectCleanEnd();
+}
+
 TEST_F(DaemonProcess, OffByHandIsLeftAlone) {
     const std::string off = R"("WiFiOffMode": "radio")";
     prefer(off);

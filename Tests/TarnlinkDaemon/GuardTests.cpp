@@ -478,10 +478,80 @@ TEST_F(GuardTest, ANetworkThatCannotBeReadCountsAsOneWithoutACable) {
     EXPECT_THAT(fail(), ElementsAre("Wi-Fi on"));
     carried();
     carried();
-    pass(60s);
+    EXPECT_THAT(pass(60s), Contains("Wi-Fi on")) << "nobody sees whether it is";
+    carried();
+    carried();
     network.wifiPower = true;
     network.interfaces[0].linkActive = true;
     EXPECT_THAT(read(), ElementsAre("probe eth0 192.0.2.1", "write nothing"));
+}
+
+TEST_F(GuardTest, AnOldReadingProvesNothingAboutWhatWasSwitchedSince) {
+    config.wifiOffMode = WiFiOffMode::address;
+    for (const bool hangs : {true, false}) {
+        guard = {};
+        start();
+        answer();
+        wrote();
+        carried();
+        carried();
+        // From here on no reading comes, or each one fails.
+        if (hangs)
+            pass(31s);
+        else
+            tell(input::ReadingFailed{reads, "no kernel"});
+        EXPECT_TRUE(guard.journal().wifi);
+        EXPECT_THAT(tell(input::StopWanted()), ElementsAre("Wi-Fi on"));
+        EXPECT_EQ(command->protocols.size(), 2U);
+    }
+}
+
+TEST_F(GuardTest, HalfOfWiFiIsNotEnough) {
+    config.wifiOffMode = WiFiOffMode::address;
+    input::Start left;
+    left.journal.emplace().wifi =
+        Journal::WiFi{WiFiOffMode::address, {}, {{"W", IPProtocol::ipv4, dhcp}}, false};
+    network.wifiServices[0].ipv4 = off4;
+    network.interfaces[0].linkActive = false;
+    EXPECT_THAT(start(left), ElementsAre("Wi-Fi on"));
+    carried("busy");
+    read();
+    EXPECT_THAT(pass(1s), ElementsAre("Wi-Fi on"));
+    carried();
+    carried();
+    // Not connected any more: the system applies what is configured when it is.
+    network.wifiServices[0].ipv4.reset();
+    EXPECT_THAT(read(), IsEmpty());
+    EXPECT_THAT(pass(1h), IsEmpty());
+    network.wifiServices[0].ipv4 = dhcp;
+    EXPECT_THAT(read(), ElementsAre("write nothing"));
+}
+
+TEST_F(GuardTest, ACommandThatDoesNotEndEndsTheDaemon) {
+    settle();
+    pullCable();
+    EXPECT_THAT(read(), ElementsAre("Wi-Fi on"));
+    EXPECT_THAT(pass(119s), Not(Contains("given up")));
+    EXPECT_THAT(pass(1s), Contains("given up"));
+}
+
+TEST_F(GuardTest, ADamagedJournalIsNotForgottenBeforeTheNetworkWasSeen) {
+    input::Start damaged;
+    damaged.damage = "damaged";
+    damaged.undoOnly = true;
+    damaged.config = config;
+    EXPECT_THAT(tell(damaged), ElementsAre("read all", "write wifi"));
+    wrote();
+    Strings wanted;
+    for (int tries = 0; tries < 3; ++tries) {
+        wanted = tell(input::ReadingFailed{reads, "no kernel"});
+        if (tries < 2)
+            pass(10s);
+    }
+    EXPECT_THAT(wanted, ElementsAre("Wi-Fi on"));
+    EXPECT_THAT(carried(), ElementsAre("flush the DNS cache"));
+    EXPECT_THAT(carried(), ElementsAre("given up"));
+    EXPECT_TRUE(guard.journal().wifi);
 }
 
 TEST_F(GuardTest, WakingUpProvesNothingOfThePath) {

@@ -99,10 +99,13 @@ TEST_F(FolderTest, KeepsFilesForOneProcess) {
         return static_cast<DiskFolder::Lock>(WEXITSTATUS(status));
     };
     EXPECT_EQ(folder.remove("file"), std::nullopt);
+    lab().write(path + "/journal.json.abc123", "half");
+    lab().write(path + "/journal.json.damaged-1", "");
     EXPECT_EQ(lockElsewhere(), DiskFolder::Lock::held);
+    EXPECT_EQ(lab().run("ls " + path).out, "journal.json.damaged-1\n");
     EXPECT_EQ(folder.lock(), DiskFolder::Lock::held);
     EXPECT_EQ(lockElsewhere(), DiskFolder::Lock::taken);
-    EXPECT_EQ(DiskFolder("/dev/null/state").lock(), DiskFolder::Lock::unavailable);
+    EXPECT_EQ(DiskFolder("/dev/null/state").lock(), DiskFolder::Lock::denied);
     EXPECT_TRUE(!folder.read("file").contents && folder.read("file").error.empty());
     EXPECT_EQ(folder.replace("file", "1\n"), std::nullopt);
     EXPECT_EQ(folder.append("file", "2\n"), std::nullopt);

@@ -20,8 +20,9 @@ constexpr Guard::Duration probeGrace = 5s;
 constexpr Guard::Duration longestReading = 30s;
 // Far beyond what the systems allow themselves for one change.
 constexpr Guard::Duration longestCommand = 120s;
-// News may get lost; what was read is not trusted for ever.
+// How long what other programs told is good enough to judge a failure by.
 constexpr Guard::Duration readingLife = 60s;
+constexpr Guard::Duration longestPause = 60s;
 // This many readings in a row that fail, and the network counts as one without a cable.
 constexpr unsigned failuresUntilBlind = 3;
 
@@ -40,7 +41,7 @@ bool isAddressed(const InterfaceSnapshot &snapshot) {
 
 /// 1 s, 2 s, 4 s and so on up to a minute.
 Guard::Duration pauseAfter(unsigned failures) {
-    return std::min<Guard::Duration>(1s * (1 << std::min(failures - 1, 6U)), 60s);
+    return std::min<Guard::Duration>(1s * (1 << std::min(failures - 1, 6U)), longestPause);
 }
 
 bool switchesSomething(const Decision &decision) {
@@ -198,9 +199,9 @@ void Guard::probeEnded(const std::string &device, Path &path, const ProbeOutcome
         path.bytes.reset();
         effects_.push_back(effect::CountBytes{device});
     }
-    const bool isOld = now() - readAt_ >= readingLife;
-    if (outcome.kind != ProbeOutcome::Kind::reachable || isOld)
-        look(causeOf(device, outcome), isOld);
+    // An answer proves the path as it is known. A failure makes everything doubtful that is not fresh.
+    if (outcome.kind != ProbeOutcome::Kind::reachable)
+        look(causeOf(device, outcome), now() - readAt_ >= readingLife);
     else
         causes_.push_back(causeOf(device, outcome));
     evaluateIfCurrent();
@@ -236,7 +237,7 @@ void Guard::on(const input::CommandEnded &ended) {
             what += ", because: " + decision_->reason;
         say(wish.command.kind == Command::Kind::flushCache ? Log::Level::debug : Log::Level::info, what);
         attempt.shownBy = readsAsked_ + 1;
-        attempt.retryAt = now() + readingLife;
+        attempt.retryAt = now() + longestPause;
         settle(wish.command);
     } else {
         const auto pause = pauseAfter(++attempt.failures);

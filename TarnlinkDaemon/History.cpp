@@ -1,11 +1,11 @@
 #include "TarnlinkDaemon/History.h"
 
+#include "TarnCore/DateText.h"
 #include "TarnCore/Text.h"
 #include "TarnSystem/Json.h"
 #include "TarnlinkDaemon/Coding.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <variant>
 
 namespace tarn {
@@ -124,18 +124,8 @@ HistoryWrite History::write(const Value &line) {
 }
 
 std::string asText(const HistoryEntry &entry) {
-    using namespace std::chrono;
-    const auto time = floor<seconds>(sys_time<nanoseconds>(entry.time));
-    const auto day = floor<days>(time);
-    const year_month_day date(day);
-    const hh_mm_ss clock(time - day);
-    char stamp[32];
-    std::snprintf(stamp, sizeof stamp, "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                  static_cast<int>(clock.seconds().count()));
     std::string line =
-        std::string(stamp) + " " + entry.status + ": " + entry.reason + " [" + entry.cause + "]";
+        dates::text(Date(entry.time)) + " " + entry.status + ": " + entry.reason + " [" + entry.cause + "]";
     const char *separator = " - ";
     for (const auto &what : entry.done) {
         line += separator + what;

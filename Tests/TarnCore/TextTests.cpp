@@ -1,3 +1,4 @@
+#include "TarnCore/DateText.h"
 #include "TarnCore/Text.h"
 
 #include "Support/Words.h"
@@ -12,6 +13,8 @@
 
 namespace tarn::text {
 namespace {
+
+using namespace std::chrono_literals;
 
 constexpr auto smallest = std::numeric_limits<std::int64_t>::min();
 constexpr auto largest = std::numeric_limits<std::int64_t>::max();
@@ -114,6 +117,35 @@ TEST(Text, OneLineStaysOneLine) {
     EXPECT_EQ(printable(std::string_view("a\0\n\x1B[2J\x7F", 8)), "a\\u0000\\u000a\\u001b[2J\\u007f");
     EXPECT_EQ(printable("\u0085\u2028\u202E\u2069"), "\\u0085\\u2028\\u202e\\u2069");
     EXPECT_EQ(printable("\xE4\xF6z"), "\uFFFD\uFFFDz");
+}
+
+TEST(DateText, WholeSecondsWithAZoneAndNothingElse) {
+    // Unix time, or "-" for no date.
+    for (const auto &[text, expected] :
+         std::vector<std::pair<std::string, std::string>>{{"1970-01-01T00:00:00Z", "0"},
+                                                          {"2024-02-29T12:34:56Z", "1709210096"},
+                                                          {"2024-02-29T12:34:56+01:30", "1709204696"},
+                                                          {"2024-02-29T12:34:56-00:01", "1709210156"},
+                                                          {"1969-12-31T23:59:59Z", "-1"},
+                                                          {"2023-02-29T00:00:00Z", "-"},
+                                                          {"2024-01-01T24:00:00Z", "-"},
+                                                          {"2024-01-01T00:00:60Z", "-"},
+                                                          {"2024-01-01T00:00:00.5Z", "-"},
+                                                          {"2024-01-01T00:00:00", "-"},
+                                                          {"2024-01-01T00:00:00z", "-"},
+                                                          {"2024-01-01T00:00:00+1:00", "-"},
+                                                          {"2024-01-01T00:00:00+24:00", "-"},
+                                                          {"2024-01-01 00:00:00Z", "-"},
+                                                          {"+024-01-01T00:00:00Z", "-"},
+                                                          {"1500-01-01T00:00:00Z", "-"},
+                                                          {"9999-12-31T23:59:59Z", "-"},
+                                                          {"", "-"}}) {
+        const auto date = dates::parse(text);
+        const auto seconds = date ? std::chrono::floor<std::chrono::seconds>(*date).time_since_epoch() : 0s;
+        EXPECT_EQ(date ? std::to_string(seconds.count()) : "-", expected) << text;
+    }
+    EXPECT_EQ(dates::text(Date(1709210096s + 999ms)), "2024-02-29T12:34:56Z");
+    EXPECT_EQ(dates::text(Date(-1ns)), "1969-12-31T23:59:59Z");
 }
 
 } // namespace

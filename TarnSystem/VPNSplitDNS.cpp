@@ -1,27 +1,37 @@
 #include "TarnSystem/VPNSplitDNS.h"
 
 #include <algorithm>
-#include <optional>
+#include <iterator>
+#include <utility>
 
 namespace tarn::VPNSplitDNS {
 
-std::vector<ScopedResolver> scopedResolvers(DynamicStore &store) {
-    std::vector<ScopedResolver> resolvers;
-    const auto keys = store.copyKeyList(keyPattern);
-    if (!keys)
-        return resolvers;
-    for (const auto &key : *keys) {
+std::vector<Resolver> resolvers(DynamicStore &store) {
+    std::vector<Resolver> found;
+    for (const auto &key : store.copyKeyList(keyPattern).value_or(std::vector<std::string>())) {
         const auto value = store.copyValue(key);
         if (!value)
             continue;
-        const auto servers = value->stringList(serversKey);
+        auto servers = value->stringList(serversKey);
         auto domains = value->stringList(domainsKey);
-        if (!servers || !domains)
-            continue;
-        for (auto &domain : *domains)
-            resolvers.push_back({std::move(domain), *servers});
+        if (servers && domains && !domains->empty())
+            found.push_back({key, *std::move(servers), *std::move(domains)});
     }
-    return resolvers;
+    return found;
+}
+
+std::vector<ScopedResolver> scoped(const Resolver &resolver) {
+    std::vector<ScopedResolver> list;
+    for (const auto &domain : resolver.domains)
+        list.push_back({domain, resolver.servers});
+    return list;
+}
+
+std::vector<ScopedResolver> scopedResolvers(DynamicStore &store) {
+    std::vector<ScopedResolver> list;
+    for (const auto &resolver : resolvers(store))
+        std::ranges::move(scoped(resolver), std::back_inserter(list));
+    return list;
 }
 
 std::vector<ScopedResolver> scopedResolvers(const StoreOpener &openStore) {

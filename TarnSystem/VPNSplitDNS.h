@@ -21,6 +21,19 @@ inline constexpr const char *keyPattern = "State:/Network/Service/[^/]+/DNS";
 inline constexpr const char *serversKey = "ServerAddresses";
 inline constexpr const char *domainsKey = "SupplementalMatchDomains";
 
+/// The resolver of a service that serves some domains only.
+struct Resolver {
+    /// The store's.
+    std::string key;
+    /// In the order in which the system asks them.
+    std::vector<std::string> servers;
+    /// At least one.
+    std::vector<std::string> domains;
+
+    friend bool operator==(const Resolver &, const Resolver &) = default;
+};
+
+/// The same for one of its domains.
 struct ScopedResolver {
     std::string domain;
     /// In the order in which the system asks them.
@@ -43,7 +56,12 @@ struct Suspect {
 /// Opens a session under a client name; null when the system refuses one.
 using StoreOpener = std::function<std::unique_ptr<DynamicStore>(const std::string &clientName)>;
 
-/// One resolver for each domain of each service, in the order of the store's keys.
+/// In the order of the store's keys.
+std::vector<Resolver> resolvers(DynamicStore &store);
+
+/// One for each domain, in their order.
+std::vector<ScopedResolver> scoped(const Resolver &resolver);
+/// One for each domain of each service, in the order of the store's keys.
 std::vector<ScopedResolver> scopedResolvers(DynamicStore &store);
 /// The same from a session of its own.
 std::vector<ScopedResolver> scopedResolvers(const StoreOpener &openStore);

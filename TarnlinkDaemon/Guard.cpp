@@ -163,12 +163,11 @@ void Guard::on(const input::ReadingTaken &taken) {
         updatePaths();
     }
     const auto on = attempts_.find(wifiOnKey);
-    if (on != attempts_.end() && on->second.shownBy && taken.number >= *on->second.shownBy) {
-        if (reading_.canWiFiCarry()) {
-            mustSwitchOn_ = false;
-            if (journal_.wifi && journal_.wifi->isUnknown)
-                journal_.wifi.reset();
-        }
+    if (on != attempts_.end() && on->second.shownBy && taken.number >= *on->second.shownBy &&
+        reading_.canWiFiCarry()) {
+        mustSwitchOn_ = false;
+        if (journal_.wifi && journal_.wifi->isUnknown)
+            journal_.wifi.reset();
     }
     readAt_ = now();
     if (!isStopping_)

@@ -280,6 +280,8 @@ private:
     std::optional<Wish> wifiOff() const;
     /// Of a Wi-Fi service, by the last reading; null where that does not tell.
     const ProtocolConfiguration *configurationOf(const std::string &serviceID, IPProtocol protocol) const;
+    /// The last reading shows that it has an address again.
+    bool isBack(const Journal::SavedProtocol &saved) const;
     /// Leaves out of the journal what somebody has given an address since, and knows better.
     void forgetConfigured();
     /// What the journal says of Wi-Fi and the reading does not show as undone.

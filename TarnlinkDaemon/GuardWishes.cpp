@@ -23,11 +23,6 @@ bool isIPv4(IPProtocol protocol) {
     return protocol == IPProtocol::ipv4;
 }
 
-bool isAddressLess(const ProtocolConfiguration &configuration, IPProtocol protocol) {
-    return IPProtocolConfig::isAddressLess(configuration.entries.value_or(Value()), configuration.enabled,
-                                           isIPv4(protocol));
-}
-
 ProtocolConfiguration addressLess(IPProtocol protocol) {
     return {Value::Dictionary{{std::string(IPProtocolConfig::configMethodKey),
                                IPProtocolConfig::addressLessMethod(isIPv4(protocol))}},
@@ -94,13 +89,6 @@ Standing standing(const std::vector<std::string> &before, const std::vector<Inte
 
 bool isLinkLocalOn(const std::string &server, const std::string &device) {
     return server.starts_with("fe80:") && server.ends_with("%" + device);
-}
-
-std::vector<VPNSplitDNS::ScopedResolver> scoped(const Reading::Resolver &resolver) {
-    std::vector<VPNSplitDNS::ScopedResolver> list;
-    for (const auto &domain : resolver.domains)
-        list.push_back({domain, resolver.servers});
-    return list;
 }
 
 } // namespace
@@ -184,8 +172,7 @@ Guard::Wish Guard::wifiOn() const {
                              (!isCurrent && ours.mode == WiFiOffMode::radio),
                     .services = ours.services};
     for (const auto &saved : ours.protocols) {
-        const auto *present = configurationOf(saved.serviceID, saved.protocol);
-        if (!isCurrent || !present || isAddressLess(*present, saved.protocol))
+        if (!isCurrent || !isBack(saved))
             command.protocols.push_back(
                 restoring(saved.serviceID, saved.protocol, saved.configuration.entries));
     }
@@ -276,13 +263,15 @@ void Guard::addWiFiUndoing(std::vector<Wish> &list) const {
         list.insert(list.begin(), {wifiOnKey, std::move(command), std::nullopt});
 }
 
+bool Guard::isBack(const Journal::SavedProtocol &saved) const {
+    const auto *present = configurationOf(saved.serviceID, saved.protocol);
+    return present && !isAddressLess(*present, saved.protocol);
+}
+
 void Guard::forgetConfigured() {
     if (!journal_.wifi || !isWiFiCurrent())
         return;
-    std::erase_if(journal_.wifi->protocols, [&](const auto &saved) {
-        const auto *present = configurationOf(saved.serviceID, saved.protocol);
-        return present && !isAddressLess(*present, saved.protocol);
-    });
+    std::erase_if(journal_.wifi->protocols, [&](const auto &saved) { return isBack(saved); });
 }
 
 void Guard::addUndoing(std::vector<Wish> &list, bool all) const {
@@ -324,7 +313,8 @@ void Guard::addResolverWishes(std::vector<Wish> &list) const {
         return;
     for (const auto &resolver : reading_.resolvers) {
         const auto *phone = tetheringBehind(resolver.servers);
-        if (!phone || !VPNSplitDNS::tetheringResolverShadowsSplitDNS(scoped(resolver), phone->device))
+        if (!phone ||
+            !VPNSplitDNS::tetheringResolverShadowsSplitDNS(VPNSplitDNS::scoped(resolver), phone->device))
             continue;
         auto servers = resolver.servers;
         std::ranges::stable_partition(
@@ -346,21 +336,14 @@ Journal Guard::tidied(const std::vector<Wish> &wanted) const {
     const auto isWanted = [&](const std::string &key) {
         return std::ranges::find(wanted, key, &Wish::key) != wanted.end();
     };
-    const auto present = [&](const std::string &serviceID) {
-        const auto found = findService(reading_.wifiServices, serviceID);
-        return found == reading_.wifiServices.end() ? nullptr : &*found;
-    };
     // Only what is seen to be undone is forgotten; not knowing is no proof.
     if (journal.wifi && !journal.wifi->isUnknown && !isWanted("wifi off") && !isWanted(wifiOnKey)) {
         auto &ours = *journal.wifi;
         std::erase_if(ours.services, [&](const auto &entry) {
-            const auto *service = present(entry.serviceID);
-            return service && service->enabled;
+            const auto service = findService(reading_.wifiServices, entry.serviceID);
+            return service != reading_.wifiServices.end() && service->enabled;
         });
-        std::erase_if(ours.protocols, [&](const auto &entry) {
-            const auto *configuration = configurationOf(entry.serviceID, entry.protocol);
-            return configuration && !isAddressLess(*configuration, entry.protocol);
-        });
+        std::erase_if(ours.protocols, [&](const auto &entry) { return isBack(entry); });
         const bool isRadioUndone = ours.mode != WiFiOffMode::radio || reading_.wifiPower == true;
         if (isRadioUndone && ours.services.empty() && ours.protocols.empty())
             journal.wifi.reset();

@@ -8,11 +8,6 @@
 namespace tarn {
 namespace {
 
-bool isAddressLess(const ProtocolConfiguration &configuration, bool isIPv4) {
-    return IPProtocolConfig::isAddressLess(configuration.entries.value_or(Value()), configuration.enabled,
-                                           isIPv4);
-}
-
 /// Whether everything in it could be told: what could not is null, and could not be put back.
 bool isWhole(const Value &value) {
     if (const auto *dictionary = value.dictionary())
@@ -34,24 +29,16 @@ std::optional<ProtocolConfiguration> configuration(ServiceControlling &services,
     }
 }
 
-std::vector<Reading::Resolver> resolvers(DynamicStore &store) {
-    std::vector<Reading::Resolver> found;
-    for (const auto &key : store.copyKeyList(VPNSplitDNS::keyPattern).value_or(std::vector<std::string>())) {
-        const auto value = store.copyValue(key);
-        if (!value)
-            continue;
-        auto servers = value->stringList(VPNSplitDNS::serversKey);
-        auto domains = value->stringList(VPNSplitDNS::domainsKey);
-        if (servers && domains && !servers->empty() && !domains->empty())
-            found.push_back({key, *std::move(servers), *std::move(domains)});
-    }
-    return found;
-}
-
 } // namespace
 
+bool isAddressLess(const ProtocolConfiguration &configuration, IPProtocol protocol) {
+    return IPProtocolConfig::isAddressLess(configuration.entries.value_or(Value()), configuration.enabled,
+                                           protocol == IPProtocol::ipv4);
+}
+
 bool Reading::WiFiService::isAddressLess() const {
-    return ipv4 && ipv6 && tarn::isAddressLess(*ipv4, true) && tarn::isAddressLess(*ipv6, false);
+    return ipv4 && ipv6 && tarn::isAddressLess(*ipv4, IPProtocol::ipv4) &&
+           tarn::isAddressLess(*ipv6, IPProtocol::ipv6);
 }
 
 bool Reading::canWiFiCarry() const {
@@ -89,7 +76,7 @@ Reading SystemReading::read(bool everything) {
     if (!store_)
         store_ = openStore_(VPNSplitDNS::clientName);
     if (store_)
-        reading.resolvers = resolvers(*store_);
+        reading.resolvers = VPNSplitDNS::resolvers(*store_);
     return reading;
 }
 

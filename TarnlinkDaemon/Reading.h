@@ -13,6 +13,9 @@
 
 namespace tarn {
 
+/// Whether a protocol so configured gets no routable address.
+bool isAddressLess(const ProtocolConfiguration &configuration, IPProtocol protocol);
+
 /// The network and Wi-Fi at one instant: all that the guard judges by, beside probes.
 struct Reading {
     /// A Wi-Fi service. A protocol whose configuration the system does not tell, or not whole, is absent.
@@ -28,22 +31,14 @@ struct Reading {
 
         friend bool operator==(const WiFiService &, const WiFiService &) = default;
     };
-    /// A resolver for some domains only.
-    struct Resolver {
-        /// The dynamic store's.
-        std::string key;
-        std::vector<std::string> servers;
-        std::vector<std::string> domains;
-
-        friend bool operator==(const Resolver &, const Resolver &) = default;
-    };
+    using Resolver = VPNSplitDNS::Resolver;
 
     std::vector<InterfaceSnapshot> interfaces;
     /// Power of the radio; absent when there is no Wi-Fi, or nothing that tells.
     std::optional<bool> wifiPower;
     /// In the order of the interfaces.
     std::vector<WiFiService> wifiServices;
-    /// In the order of the store's keys.
+    /// Those for some domains only, in the order of the store's keys.
     std::vector<Resolver> resolvers;
 
     /// Whether Wi-Fi can carry traffic: the radio has power, and some service of it is enabled and

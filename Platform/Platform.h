@@ -1,6 +1,8 @@
 #pragma once
 
 #include "TarnCore/LocalizedStrings.h"
+#include "TarnSystem/AuthenticationAgent.h"
+#include "TarnSystem/AuthorizationServices.h"
 #include "TarnSystem/DatagramConnection.h"
 #include "TarnSystem/DynamicStore.h"
 #include "TarnSystem/DynamicStoreWatch.h"
@@ -16,6 +18,8 @@
 #include "TarnSystem/SystemClock.h"
 #include "TarnSystem/SystemVisibility.h"
 #include "TarnSystem/WiFiClient.h"
+#include "TarnXPC/RemoteConnection.h"
+#include "TarnXPC/RemoteListener.h"
 
 #include <memory>
 #include <optional>
@@ -36,6 +40,8 @@ public:
     virtual Log &log() = 0;
     virtual SecureRandom &random() = 0;
     virtual Preferences &preferences() = 0;
+    /// The same settings for whoever changes them. May be opened and used on any one thread.
+    virtual std::unique_ptr<Preferences> openPreferences() = 0;
     virtual WiFiClient &wifi() = 0;
     /// Path of the program that switches Wi-Fi where `wifi` does not do it, as WiFiController takes
     /// it; absent on a system without one.
@@ -48,6 +54,12 @@ public:
     virtual SystemClock &clock() = 0;
     virtual HostEvents &hostEvents() = 0;
     virtual Supervisor &supervisor() = 0;
+    virtual AuthorizationServices &authorizations() = 0;
+    /// Lets a person at a terminal be asked where nothing else asks them. Waits until the agent is ready,
+    /// for at most a few seconds; null where none is needed or can be had.
+    virtual std::unique_ptr<AuthenticationAgent> openTerminalAgent() = 0;
+    virtual RemoteConnector &connector() = 0;
+    virtual std::unique_ptr<RemoteListener> makeListener() = 0;
     /// Path of the folder in which the daemon keeps what must survive it; it need not be there yet.
     virtual std::string stateFolder() = 0;
 

@@ -65,12 +65,15 @@ std::optional<Date> parse(std::string_view text) {
         return std::nullopt;
     const year_month_day date{year(fields.number(0, 4)), month(static_cast<unsigned>(fields.number(5, 2))),
                               day(static_cast<unsigned>(fields.number(8, 2)))};
-    const bool isInRange = date.year() >= year(1678) && date.year() <= year(2261);
-    if (!date.ok() || !isInRange || fields.number(11, 2) > 23 || fields.number(14, 2) > 59 ||
-        fields.number(17, 2) > 59)
+    if (!date.ok() || fields.number(11, 2) > 23 || fields.number(14, 2) > 59 || fields.number(17, 2) > 59)
         return std::nullopt;
-    return sys_days(date) + hours(fields.number(11, 2)) + minutes(fields.number(14, 2)) +
-           seconds(fields.number(17, 2)) - *offset;
+    const sys_seconds time = sys_days(date) + hours(fields.number(11, 2)) + minutes(fields.number(14, 2)) +
+                             seconds(fields.number(17, 2)) - *offset;
+    // Of the moment itself, so that what was read can be written and read again.
+    const auto inYear = year_month_day(floor<days>(time)).year();
+    if (inYear < year(1678) || inYear > year(2261))
+        return std::nullopt;
+    return time;
 }
 
 } // namespace tarn::dates

@@ -7,6 +7,9 @@ namespace tarn::ConfigLoader {
 namespace {
 
 constexpr const char *tetheringKey = "TetheringWhileWired";
+// Two names for one setting; the second is read later and wins.
+constexpr const char *dnsFixKey = "TetheringDNSFix";
+constexpr const char *splitDNSFixKey = "SplitDNSFix";
 
 std::int64_t wholeNumber(double number) {
     using Limits = std::numeric_limits<std::int64_t>;
@@ -79,9 +82,8 @@ void applyPreferences(Preferences &preferences, DaemonConfig &config) {
         else if (*word == "disable")
             config.disableTetheringWhileWired = true;
     }
-    // Two names for one setting; the second is read later and wins.
-    reader.truth("TetheringDNSFix", config.fixShadowedDNS);
-    reader.truth("SplitDNSFix", config.fixShadowedDNS);
+    reader.truth(dnsFixKey, config.fixShadowedDNS);
+    reader.truth(splitDNSFixKey, config.fixShadowedDNS);
     if (const auto word = reader.text("WiFiOffMode"))
         config.wifiOffMode = wifiOffMode(*word).value_or(config.wifiOffMode);
     if (const auto address = reader.text("UpdateFeedURL"))
@@ -142,6 +144,21 @@ bool writeLocalBool(Preferences &preferences, bool value, const std::string &for
 bool writeLocalTetheringWhileWired(Preferences &preferences, bool allow) {
     preferences.setMachineValue(tetheringKey, allow ? "allow" : "disable", applicationID);
     return preferences.synchronizeMachine(applicationID);
+}
+
+bool writeLocalTetheringDNSFix(Preferences &preferences, bool enabled) {
+    if (preferences.copyAppValue(splitDNSFixKey, applicationID))
+        preferences.setMachineValue(splitDNSFixKey, enabled, applicationID);
+    return writeLocalBool(preferences, enabled, dnsFixKey);
+}
+
+bool isTetheringWhileWiredForced(Preferences &preferences) {
+    return preferences.isForced(tetheringKey, applicationID);
+}
+
+bool isTetheringDNSFixForced(Preferences &preferences) {
+    return preferences.isForced(dnsFixKey, applicationID) ||
+           preferences.isForced(splitDNSFixKey, applicationID);
 }
 
 } // namespace tarn::ConfigLoader

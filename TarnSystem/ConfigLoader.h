@@ -25,4 +25,12 @@ bool writeLocalBool(Preferences &preferences, bool value, const std::string &for
 /// could not be stored.
 bool writeLocalTetheringWhileWired(Preferences &preferences, bool allow);
 
+/// Stores whether a shadowed resolver is repaired, for the whole machine, under both names that it has
+/// where the second is in use. False when it could not be stored.
+bool writeLocalTetheringDNSFix(Preferences &preferences, bool enabled);
+
+/// Whether management has set one of the two, so that nobody else can.
+bool isTetheringWhileWiredForced(Preferences &preferences);
+bool isTetheringDNSFixForced(Preferences &preferences);
+
 } // namespace tarn::ConfigLoader

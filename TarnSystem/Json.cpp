@@ -1,5 +1,7 @@
 #include "TarnSystem/Json.h"
 
+#include "TarnCore/Text.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
@@ -13,9 +15,13 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t deepestNesting = 64;
+// The parser quotes what it has read, however long that is.
+constexpr std::size_t longestMessage = 160;
 
-SyntaxError errorAt(std::string_view text, std::size_t offset, std::string message) {
-    const auto before = text.substr(0, std::min(offset, text.size()));
+SyntaxError errorAt(std::string_view document, std::size_t offset, std::string message) {
+    if (message.size() > longestMessage)
+        message = text::withValidUTF8(message.substr(0, longestMessage)) + " [...]";
+    const auto before = document.substr(0, std::min(offset, document.size()));
     const auto lineStart = before.rfind('\n') + 1; // npos + 1 is 0
     return {static_cast<std::size_t>(std::ranges::count(before, '\n')) + 1, before.size() - lineStart + 1,
             std::move(message)};
@@ -77,6 +83,7 @@ public:
         auto entries = std::move(open_.back().dictionary);
         open_.pop_back();
         std::vector<std::string_view> keys;
+        keys.reserve(entries.size());
         for (const auto &[key, value] : entries)
             keys.push_back(key);
         std::ranges::sort(keys);
@@ -126,29 +133,92 @@ private:
     std::vector<Container> open_;
 };
 
-Json toJson(const Value &value) {
-    if (const bool *flag = value.boolean())
-        return *flag;
-    if (const auto *integer = value.integer())
-        return *integer;
-    if (const double *real = value.real())
-        return *real;
-    if (const auto *string = value.string())
-        return *string;
-    if (const auto *array = value.array()) {
-        Json list = Json::array();
-        for (const auto &element : *array)
-            list.push_back(toJson(element));
-        return list;
+/// Appends documents to a text. Answers to clients are made here, which is why no tree of the library's
+/// comes in between.
+class Printer {
+public:
+    Printer(std::string &out, int indent) : out_(out), indent_(indent) {}
+
+    void print(const Value &value) {
+        if (const bool *flag = value.boolean())
+            out_ += *flag ? "true" : "false";
+        else if (const auto *integer = value.integer())
+            out_ += std::to_string(*integer);
+        else if (const double *real = value.real())
+            out_ += Json(*real).dump();
+        else if (const auto *string = value.string())
+            print(std::string_view(*string));
+        else if (const auto *array = value.array())
+            print('[', *array, ']', [&](const Value &element) { print(element); });
+        else if (const auto *dictionary = value.dictionary())
+            print('{', *dictionary, '}', [&](const Value::Entry &entry) {
+                print(std::string_view(entry.first));
+                out_ += indent_ < 0 ? ":" : ": ";
+                print(entry.second);
+            });
+        else
+            out_ += "null";
     }
-    if (const auto *dictionary = value.dictionary()) {
-        Json object = Json::object();
-        for (const auto &[key, element] : *dictionary)
-            object[key] = toJson(element);
-        return object;
+
+private:
+    template <class List, class Each> void print(char open, const List &list, char close, const Each &each) {
+        out_ += open;
+        ++level_;
+        bool isFirst = true;
+        for (const auto &element : list) {
+            if (!std::exchange(isFirst, false))
+                out_ += ',';
+            breakLine();
+            each(element);
+        }
+        --level_;
+        if (!list.empty())
+            breakLine();
+        out_ += close;
     }
-    return nullptr;
-}
+
+    void print(std::string_view text) {
+        std::string mended;
+        if (std::ranges::any_of(text, [](char byte) { return (byte & 0x80) != 0; }) && !text::isUTF8(text))
+            text = mended = text::withValidUTF8(text);
+        out_ += '"';
+        while (!text.empty()) {
+            const auto plain =
+                static_cast<std::size_t>(std::ranges::find_if(text, mustBeEscaped) - text.begin());
+            out_ += text.substr(0, plain);
+            text.remove_prefix(plain);
+            if (text.empty())
+                break;
+            escape(text.front());
+            text.remove_prefix(1);
+        }
+        out_ += '"';
+    }
+
+    static bool mustBeEscaped(char byte) {
+        return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\';
+    }
+
+    void escape(char byte) {
+        constexpr std::string_view bytes = "\"\\\b\f\n\r\t";
+        constexpr std::string_view letters = "\"\\bfnrt";
+        constexpr std::string_view digits = "0123456789abcdef";
+        out_ += '\\';
+        if (const auto found = bytes.find(byte); found != bytes.npos)
+            out_ += letters[found];
+        else
+            out_.append("u00").append({digits[byte >> 4 & 0xF], digits[byte & 0xF]});
+    }
+
+    void breakLine() {
+        if (indent_ >= 0)
+            out_.append("\n").append(static_cast<std::size_t>(indent_) * level_, ' ');
+    }
+
+    std::string &out_;
+    const int indent_;
+    std::size_t level_ = 0;
+};
 
 } // namespace
 
@@ -169,7 +239,9 @@ std::variant<Value, SyntaxError> parse(std::string_view text) {
 }
 
 std::string serialize(const Value &value, int indent) {
-    return toJson(value).dump(indent, ' ', false, Json::error_handler_t::replace);
+    std::string text;
+    Printer(text, indent).print(value);
+    return text;
 }
 
 } // namespace tarn::json

@@ -25,7 +25,8 @@ struct SyntaxError {
 std::variant<Value, SyntaxError> parse(std::string_view text);
 
 /// Writes a document; `indent` spaces a level, on one line when it is negative. Text that is
-/// not UTF-8 is written with U+FFFD in place of what is broken.
+/// not UTF-8 is written with U+FFFD in place of each byte that is broken. No dictionary may have a key
+/// twice.
 std::string serialize(const Value &value, int indent = -1);
 
 } // namespace tarn::json

@@ -17,10 +17,15 @@ JsonPreferences::JsonPreferences(std::vector<std::string> layers, Log &log)
 
 void JsonPreferences::refresh(const std::string &) {
     layers_.clear();
+    managed_ = {};
     for (const auto &path : paths_) {
         bool isDamaged = false;
-        if (auto layer = readLayer(path, isDamaged))
-            layers_.push_back(*std::move(layer));
+        auto layer = readLayer(path, isDamaged);
+        if (!layer)
+            continue;
+        if (path == paths_.front())
+            managed_ = *layer;
+        layers_.push_back(*std::move(layer));
     }
     isLoaded_ = true;
 }
@@ -32,6 +37,12 @@ std::optional<Value> JsonPreferences::copyAppValue(const std::string &key, const
         if (const Value *value = layer.find(key))
             return *value;
     return std::nullopt;
+}
+
+bool JsonPreferences::isForced(const std::string &key, const std::string &applicationID) {
+    if (!isLoaded_)
+        refresh(applicationID);
+    return managed_.find(key) != nullptr;
 }
 
 void JsonPreferences::setMachineValue(const std::string &key, const Value &value, const std::string &) {

@@ -13,10 +13,10 @@ namespace tarn {
 /// Preferences kept in JSON files, one object of keys and values a layer, for systems that
 /// have no preferences store of their own. One set of files holds one application's settings.
 ///
-/// The first layer that holds a key counts. The last layer is the machine's, the one that is
-/// written; keys that are not set there stay as they are, comments are not kept.
-/// A file that is not a JSON object is reported once on the log with its name, line and
-/// column; the other layers still count, and it is never overwritten.
+/// The first layer that holds a key counts. The first is management's, and forces its keys. The last is
+/// the machine's, the one that is written; keys that are not set there stay as they are, comments are not
+/// kept. A file that is not a JSON object is reported once on the log with its name, line and column; the
+/// other layers still count, and it is never overwritten.
 class JsonPreferences final : public Preferences {
 public:
     /// Paths from the strongest layer to the weakest; the last is the machine's.
@@ -24,6 +24,7 @@ public:
 
     void refresh(const std::string &applicationID) override;
     std::optional<Value> copyAppValue(const std::string &key, const std::string &applicationID) override;
+    bool isForced(const std::string &key, const std::string &applicationID) override;
     void setMachineValue(const std::string &key, const Value &value,
                          const std::string &applicationID) override;
     bool synchronizeMachine(const std::string &applicationID) override;
@@ -38,6 +39,7 @@ private:
     Log &log_;
     bool isLoaded_ = false;
     std::vector<Value> layers_;
+    Value managed_;
     Value::Dictionary unsaved_;
     std::set<std::string> reported_;
 };

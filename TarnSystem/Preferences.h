@@ -19,6 +19,8 @@ public:
     virtual void refresh(const std::string &applicationID) = 0;
     /// The value that counts for the application: a managed one before the user's before the machine's.
     virtual std::optional<Value> copyAppValue(const std::string &key, const std::string &applicationID) = 0;
+    /// Whether management has set the key, so that nobody else can.
+    virtual bool isForced(const std::string &key, const std::string &applicationID) = 0;
     /// Sets a value, which must not be null, for any user on the current host. It is stored by
     /// synchronizeMachine().
     virtual void setMachineValue(const std::string &key, const Value &value,

@@ -94,18 +94,18 @@ private:
 /// One object, written key by key; what is absent is left out.
 class Writer {
 public:
-    template <class Field> void add(const char *key, const Field &field) {
-        entries_.emplace_back(key, encoded(field));
+    template <class Field> void add(const char *key, Field field) {
+        entries_.emplace_back(key, encoded(std::move(field)));
     }
-    template <class Field> void add(const char *key, const std::optional<Field> &field) {
+    template <class Field> void add(const char *key, std::optional<Field> field) {
         if (field)
-            add(key, *field);
+            add(key, *std::move(field));
     }
     std::string take() && { return json::serialize(Value(std::move(entries_))); }
     Value::Dictionary entries() && { return std::move(entries_); }
 
 private:
-    static Value encoded(const Value &value) { return value; }
+    static Value encoded(Value value) { return value; }
     static Value encoded(Date date) { return dates::text(date); }
 
     Value::Dictionary entries_;
@@ -155,7 +155,7 @@ std::string TarnXPCCoding::Encoder::encode(const StatusReport &record) const {
     writer.add("wifiManuallyOff", record.wifiManuallyOff);
     writer.add("pausedUntil", record.pausedUntil);
     writer.add("enabled", record.enabled);
-    writer.add("interfaces", interfaces);
+    writer.add("interfaces", std::move(interfaces));
     writer.add("generatedAt", record.generatedAt);
     writer.add("tetheringWhileWiredAllowed", record.tetheringWhileWiredAllowed);
     writer.add("updateCheckAllowed", record.updateCheckAllowed);

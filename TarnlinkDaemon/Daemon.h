@@ -83,6 +83,8 @@ public:
     PauseResult pause(double seconds);
     /// False when there was no pause.
     bool resume();
+    /// Takes the settings as they are now.
+    void reloadConfig();
 
     const Guard &guard() const { return guard_; }
     const History &history() const { return history_; }
@@ -104,7 +106,6 @@ private:
     void startReading();
     Task<void> probe(effect::SendProbe probe, std::shared_ptr<Probing> prober, std::weak_ptr<bool> isAlive);
     void told(HostEvents::Event event);
-    void reloadConfig();
     void writeHistory(HistoryWrite write);
     void useConfig(const DaemonConfig &config);
     void sayAlive();

@@ -182,6 +182,8 @@ public:
     const Journal &journal() const { return journal_; }
     /// Probe states of the paths that are there.
     ProbeStates probeStates() const;
+    /// The switches by which it decides, as the last reading has them.
+    TarnControl control() const;
     /// What is left of a pause; none when there is none.
     std::optional<Duration> pauseLeft(const Moment &now) const;
 
@@ -252,7 +254,6 @@ private:
     void look(std::string cause, bool everything);
     void evaluate();
     void evaluateIfCurrent();
-    TarnControl control() const;
     /// Wi-Fi is off in a way that no entry of the journal explains.
     bool isOffByOthers() const;
     void updatePaths();

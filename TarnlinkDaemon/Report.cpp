@@ -2,6 +2,7 @@
 
 #include "TarnCore/Text.h"
 #include "TarnSystem/Json.h"
+#include "TarnXPC/DiagnosticsText.h"
 
 #include <algorithm>
 #include <array>
@@ -23,7 +24,7 @@ std::size_t width(const std::string &text) {
         std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-/// Columns as wide as their widest line; a cell may have several lines.
+/// Columns as wide as their widest line, two blanks apart; a cell may have several lines.
 std::string table(std::vector<Row> rows) {
     // Before they are measured: names come from outside.
     for (auto &row : rows)
@@ -42,7 +43,7 @@ std::string table(std::vector<Row> rows) {
             std::string line;
             for (std::size_t column = 0; column < row.size(); ++column) {
                 const std::string content = i < row[column].size() ? row[column][i] : "";
-                line += "  " + content + std::string(widths[column] - width(content), ' ');
+                line += content + std::string(widths[column] - width(content) + 2, ' ');
             }
             line.erase(line.find_last_not_of(' ') + 1);
             text += line + "\n";
@@ -331,10 +332,12 @@ std::string describe(const Status &status) {
     return text;
 }
 
-std::string asText(const Evaluation &evaluation) {
+std::string interfaceTable(const std::vector<InterfaceSnapshot> &interfaces) {
+    if (interfaces.empty())
+        return "none\n";
     std::vector<Row> rows = {
         {{"DEVICE"}, {"SERVICE"}, {"KIND"}, {"LINK"}, {"ADDRESSES"}, {"ROUTER"}, {"DNS"}}};
-    for (const auto &snapshot : evaluation.interfaces)
+    for (const auto &snapshot : interfaces)
         rows.push_back({{snapshot.device},
                         {service(snapshot)},
                         {kind(snapshot)},
@@ -342,14 +345,15 @@ std::string asText(const Evaluation &evaluation) {
                         orDash(addresses(snapshot)),
                         orDash(routers(snapshot)),
                         orDash(snapshot.dnsServers)});
+    return table(std::move(rows));
+}
 
+std::string asText(const Evaluation &evaluation) {
     std::string text;
     // What others named must not look like lines of ours.
     const auto add = [&](const std::string &line) { text += text::printable(line) + "\n"; };
     add(evaluation.config.describe());
-    text += "\ninterfaces:\n";
-    text += evaluation.interfaces.empty() ? "  none\n" : table(std::move(rows));
-    text += "\n";
+    text += "\n" + DiagnosticsText::section("interfaces", interfaceTable(evaluation.interfaces)) + "\n";
     add("wifi: " + describeWiFi(evaluation));
     add("vpn: " + (evaluation.vpn ? evaluation.vpn->device + ", " + evaluation.vpn->address : "none"));
     for (const auto &suspect : evaluation.shadowedResolvers)

@@ -1,5 +1,6 @@
 #include "Platform/Platform.h"
 #include "TarnCore/AppInfo.h"
+#include "TarnSystem/AdminAuthorization.h"
 #include "TarnSystem/ConfigLoader.h"
 #include "TarnSystem/DNSCacheFlusher.h"
 #include "TarnSystem/DNSProbe.h"
@@ -8,7 +9,9 @@
 #include "TarnSystem/SystemStateReader.h"
 #include "TarnSystem/TrafficCounters.h"
 #include "TarnSystem/WiFiController.h"
+#include "TarnXPC/TarnXPC.h"
 #include "TarnlinkDaemon/Daemon.h"
+#include "TarnlinkDaemon/DaemonService.h"
 #include "TarnlinkDaemon/Evaluation.h"
 #include "TarnlinkDaemon/Recording.h"
 #include "TarnlinkDaemon/Report.h"
@@ -135,8 +138,13 @@ public:
                   }) {}
 
     /// Returns whether everything was undone in the end.
-    bool run() {
+    bool run(bool isServing) {
         daemon_.start();
+        if (isServing) {
+            listener_->start(tarn::TarnXPC::machServiceName, tarn::TarnXPC::clientRequirement, service_);
+            if (!daemon_.guard().config().dryRun)
+                registerRight();
+        }
         platform_.mainActor().run();
         return isUndone_;
     }
@@ -146,6 +154,17 @@ private:
         return std::make_unique<tarn::DNSProbe>(
             name, tarn::DNSProbe::Services{platform_.mainActor(), platform_.interfaceLookup(),
                                            platform_.datagrams(), platform_.random()});
+    }
+    void registerRight() {
+        authorizationQueue_.run(
+            [this] {
+                try {
+                    pausing_.ensureRightExists();
+                } catch (const tarn::AdminAuthorizationError &error) {
+                    platform_.log().write(tarn::Log::Level::error, "authorization", error.description());
+                }
+            },
+            [] {});
     }
     tarn::ServiceController::Opener servicesOpener() {
         return [this] { return platform_.openNetworkPreferencesEditor(client_); };
@@ -181,6 +200,25 @@ private:
     tarn::WorkerThread switchQueue_{platform_.mainActor()};
     tarn::WorkerThread diskQueue_{platform_.mainActor()};
     tarn::Daemon daemon_;
+
+    // For clients, on two threads of their own: nobody's connection waits for them.
+    tarn::AdminAuthorization pausing_{platform_.authorizations(), platform_.log()};
+    tarn::AdminAuthorization managing_{platform_.authorizations(), platform_.log(),
+                                       tarn::AdminAuthorization::manageRight};
+    const std::unique_ptr<tarn::Preferences> settings_ = platform_.openPreferences();
+    tarn::WorkerThread authorizationQueue_{platform_.mainActor()};
+    tarn::WorkerThread settingsQueue_{platform_.mainActor()};
+    tarn::DaemonService service_{{
+        .daemon = daemon_,
+        .clock = platform_.clock(),
+        .kernelTables = platform_.kernelTables(),
+        .pausing = pausing_,
+        .managing = managing_,
+        .authorizationQueue = authorizationQueue_,
+        .settings = *settings_,
+        .settingsQueue = settingsQueue_,
+    }};
+    const std::unique_ptr<tarn::RemoteListener> listener_ = platform_.makeListener();
 };
 
 int watch(tarn::Platform &platform, const std::vector<std::string> &arguments, bool isDryRun, bool undoOnly,
@@ -221,7 +259,7 @@ int watch(tarn::Platform &platform, const std::vector<std::string> &arguments, b
         };
     }
     const auto running = std::make_unique<Running>(platform, folder, arguments, std::move(options));
-    const int status = running->run() ? 0 : exitFailed;
+    const int status = running->run(!undoOnly) ? 0 : exitFailed;
     // A probe may be under way. Nobody waits for it, and its end has nowhere to go.
     std::fflush(nullptr);
     _exit(status);

@@ -95,21 +95,26 @@ int BusConnection::watch(BusService &service) {
 
 BusMessage BusConnection::newCall(const BusService &service, const char *path, const char *interface,
                                   const char *method) {
-    if (!bus_ || !service.isRunning || service.isSilent)
+    if (!bus_ || !(service.isRunning || service.startsOnDemand) || service.isSilent)
         return nullptr;
     sd_bus_message *message = nullptr;
     if (sd_bus_message_new_method_call(bus_.get(), &message, service.name, path, interface, method) < 0)
         return nullptr;
     BusMessage call(message);
-    if (sd_bus_message_set_auto_start(message, 0) < 0)
+    if (sd_bus_message_set_auto_start(message, service.startsOnDemand) < 0)
         return nullptr;
     return call;
 }
 
 BusMessage BusConnection::send(const BusMessage &call, BusFailure *failure) {
+    return send(call, std::chrono::microseconds(limit_), failure);
+}
+
+BusMessage BusConnection::send(const BusMessage &call, std::chrono::microseconds limit, BusFailure *failure) {
     sd_bus_error error{};
     sd_bus_message *reply = nullptr;
-    const int result = sd_bus_call(bus_.get(), call.get(), limit_, &error, &reply);
+    const int result =
+        sd_bus_call(bus_.get(), call.get(), static_cast<std::uint64_t>(limit.count()), &error, &reply);
     if (result < 0 && failure)
         *failure = {error.name ? error.name : "", error.message ? error.message : ""};
     sd_bus_error_free(&error);

@@ -22,6 +22,8 @@ struct BusService {
     bool isSilent = false;
     /// How often it came or went, or may have unseen.
     unsigned changes = 0;
+    /// It is asked also when it does not run, and the bus starts it then.
+    bool startsOnDemand = false;
 };
 
 /// Why a call had no answer.
@@ -31,8 +33,8 @@ struct BusFailure {
     std::string message;
 };
 
-/// A connection to the system bus that waits for nothing longer than its limit and activates
-/// nothing: a service that does not run is left alone.
+/// A connection to the system bus that waits for nothing longer than its limit and leaves a service
+/// that does not run alone, unless it starts on demand.
 ///
 /// Thread: one at a time. Ownership: the services must outlive the connection.
 class BusConnection {
@@ -42,7 +44,7 @@ public:
     BusConnection(const BusConnection &) = delete;
     BusConnection &operator=(const BusConnection &) = delete;
 
-    /// Opens the bus when it is not open, and learns which services came or went. Returns 0 or
+    /// Opens the bus when it is not open, and learns which of its services came or went. Returns 0 or
     /// the system's error number; then no service counts as running.
     int update();
 
@@ -52,6 +54,8 @@ public:
                        const char *method);
     /// The answer to a call; null without one, with the reason in `failure` where that is wanted.
     BusMessage send(const BusMessage &call, BusFailure *failure = nullptr);
+    /// The same within another limit, for what waits for a person.
+    BusMessage send(const BusMessage &call, std::chrono::microseconds limit, BusFailure *failure = nullptr);
     /// A property's value, positioned inside the variant; null without an answer.
     BusMessage property(const BusService &service, const char *path, const char *interface,
                         const char *property, const char *type);

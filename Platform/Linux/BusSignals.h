@@ -1,13 +1,9 @@
 #pragma once
 
-#include "Platform/Linux/BusConnection.h"
 #include "Platform/Linux/BusNews.h"
-#include "Platform/Linux/EventLoop.h"
+#include "Platform/Linux/LoopBus.h"
 
-#include <chrono>
 #include <functional>
-#include <memory>
-#include <string>
 
 namespace tarn {
 
@@ -23,24 +19,18 @@ public:
     BusSignals &operator=(const BusSignals &) = delete;
     ~BusSignals();
 
-    /// Opens the bus if it is not open. Where the bus does not exist this must be called again
-    /// when socketPath() has come.
-    void open();
-
-    /// The file of the bus's socket; empty where the bus has another kind of address.
-    static std::string socketPath();
+    /// As LoopBus::open().
+    void open() { bus_.open(); }
 
 private:
-    void lost();
-    void setListening(bool isListening);
+    int subscribe(sd_bus *bus);
+    /// Whether that is a change.
+    bool setListening(bool isListening);
 
-    EventLoop &loop_;
     BusNews &news_;
-    bool isListening_ = false;
     std::function<void()> changed_;
-    std::unique_ptr<sd_bus, BusRelease> bus_;
-    MainActor::TimerID retry_ = 0;
-    std::chrono::seconds pause_;
+    bool isListening_ = false;
+    LoopBus bus_;
 };
 
 } // namespace tarn

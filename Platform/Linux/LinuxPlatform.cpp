@@ -1,3 +1,5 @@
+#include "Platform/Linux/BusConnector.h"
+#include "Platform/Linux/BusListener.h"
 #include "Platform/Linux/DisabledServices.h"
 #include "Platform/Linux/EventLoop.h"
 #include "Platform/Linux/LinuxClock.h"
@@ -10,8 +12,10 @@
 #include "Platform/Linux/LinuxRandom.h"
 #include "Platform/Linux/LinuxStoreWatch.h"
 #include "Platform/Linux/LinuxWiFi.h"
+#include "Platform/Linux/PolkitAuthorizations.h"
 #include "Platform/Linux/ResourceStrings.h"
 #include "Platform/Linux/SystemdSupervisor.h"
+#include "Platform/Linux/TerminalAgent.h"
 #include "Platform/Linux/UdpNetwork.h"
 #include "Platform/Platform.h"
 #include "TarnSystem/JsonPreferences.h"
@@ -54,6 +58,9 @@ public:
     Log &log() override { return log_; }
     SecureRandom &random() override { return random_; }
     Preferences &preferences() override { return preferences_; }
+    std::unique_ptr<Preferences> openPreferences() override {
+        return std::make_unique<JsonPreferences>(preferenceLayers(), log_);
+    }
     WiFiClient &wifi() override { return wifi_; }
     std::optional<std::string> wifiPowerTool() override { return std::nullopt; }
     KernelTables &kernelTables() override { return kernelTables_; }
@@ -64,6 +71,12 @@ public:
     SystemClock &clock() override { return clock_; }
     HostEvents &hostEvents() override { return hostEvents_; }
     Supervisor &supervisor() override { return supervisor_; }
+    AuthorizationServices &authorizations() override { return authorizations_; }
+    std::unique_ptr<AuthenticationAgent> openTerminalAgent() override { return TerminalAgent::open(); }
+    RemoteConnector &connector() override { return connector_; }
+    std::unique_ptr<RemoteListener> makeListener() override {
+        return std::make_unique<BusListener>(loop_, log_);
+    }
     std::string stateFolder() override { return ownFolder(); }
     void rememberDisabled(const std::vector<std::string> &serviceIDs) override {
         for (const auto &serviceID : serviceIDs)
@@ -108,6 +121,8 @@ private:
     LinuxClock clock_;
     LinuxHostEvents hostEvents_{loop_, preferenceLayers()};
     SystemdSupervisor supervisor_;
+    PolkitAuthorizations authorizations_;
+    BusConnector connector_{loop_};
 };
 
 } // namespace

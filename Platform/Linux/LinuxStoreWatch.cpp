@@ -56,7 +56,7 @@ bool LinuxStoreWatch::schedule() {
     };
     newsSource_ = loop_.whenReadable(kernelNews_.get(), newsArrived_);
     auto paths = LinuxNetwork::resolverFiles();
-    if (auto socket = BusSignals::socketPath(); !socket.empty())
+    if (auto socket = LoopBus::socketPath(); !socket.empty())
         paths.push_back(std::move(socket));
     files_.emplace(loop_, std::move(paths), isLeaseFile, [this] {
         report(PictureChanges::resolverKeys(known_));

@@ -26,6 +26,12 @@ std::optional<Value> CFPreferences::copyAppValue(const std::string &key, const s
     return value;
 }
 
+bool CFPreferences::isForced(const std::string &key, const std::string &applicationID) {
+    const auto cfKey = makeCFString(key);
+    const auto application = makeCFString(applicationID);
+    return cfKey && application && CFPreferencesAppValueIsForced(cfKey.get(), application.get());
+}
+
 void CFPreferences::setMachineValue(const std::string &key, const Value &value,
                                     const std::string &applicationID) {
     const auto cfKey = makeCFString(key);

@@ -5,6 +5,7 @@
 #include "Platform/macOS/CoreWLANClient.h"
 #include "Platform/macOS/DispatchMainActor.h"
 #include "Platform/macOS/LaunchdSupervisor.h"
+#include "Platform/macOS/MacAuthorizations.h"
 #include "Platform/macOS/MacDatagramNetwork.h"
 #include "Platform/macOS/MacDynamicStore.h"
 #include "Platform/macOS/MacDynamicStoreWatch.h"
@@ -16,6 +17,8 @@
 #include "Platform/macOS/MacSecureRandom.h"
 #include "Platform/macOS/MacSystemClock.h"
 #include "Platform/macOS/UnifiedLog.h"
+#include "Platform/macOS/XPCConnector.h"
+#include "Platform/macOS/XPCListener.h"
 #include "TarnCore/ApplicationID.h"
 
 #import <Foundation/Foundation.h>
@@ -39,6 +42,7 @@ public:
     Log &log() override { return log_; }
     SecureRandom &random() override { return random_; }
     Preferences &preferences() override { return preferences_; }
+    std::unique_ptr<Preferences> openPreferences() override { return std::make_unique<CFPreferences>(); }
     WiFiClient &wifi() override { return wifi_; }
     std::optional<std::string> wifiPowerTool() override { return "/usr/sbin/networksetup"; }
     KernelTables &kernelTables() override { return kernelTables_; }
@@ -49,6 +53,12 @@ public:
     SystemClock &clock() override { return clock_; }
     HostEvents &hostEvents() override { return hostEvents_; }
     Supervisor &supervisor() override { return supervisor_; }
+    std::unique_ptr<AuthenticationAgent> openTerminalAgent() override { return nullptr; }
+    AuthorizationServices &authorizations() override { return authorizations_; }
+    RemoteConnector &connector() override { return connector_; }
+    std::unique_ptr<RemoteListener> makeListener() override {
+        return std::make_unique<XPCListener>(mainActor_, log_);
+    }
     std::string stateFolder() override { return "/Library/Application Support/Tarnlink"; }
 
     void rememberDisabled(const std::vector<std::string> &) override {}
@@ -85,6 +95,8 @@ private:
     MacSystemClock clock_;
     MacHostEvents hostEvents_{preferenceFiles()};
     LaunchdSupervisor supervisor_;
+    MacAuthorizations authorizations_;
+    XPCConnector connector_;
     // The last, and so the first to go: jobs that still wait may hold what uses the other parts.
     DispatchMainActor mainActor_;
 };

@@ -1,6 +1,6 @@
 #include "Platform/macOS/MacProcessLauncher.h"
 
-#include "Platform/macOS/CFText.h"
+#include "Platform/macOS/FoundationText.h"
 
 #import <Foundation/Foundation.h>
 
@@ -9,11 +9,6 @@
 
 namespace tarn {
 namespace {
-
-/// Nil when the text is not UTF-8.
-NSString *_Nullable makeString(const std::string &utf8) {
-    return (__bridge_transfer NSString *)makeCFString(utf8).release();
-}
 
 ProcessLauncher::Result failed(std::string why) {
     return {std::move(why), -1, {}};
@@ -25,12 +20,12 @@ ProcessLauncher::Result MacProcessLauncher::run(const std::string &path,
                                                 const std::vector<std::string> &arguments) {
     @autoreleasepool {
         const auto notText = std::generic_category().message(EILSEQ);
-        NSString *file = makeString(path);
+        NSString *file = makeNSString(path);
         if (!file)
             return failed(notText);
         NSMutableArray<NSString *> *words = [NSMutableArray arrayWithCapacity:arguments.size()];
         for (const auto &argument : arguments) {
-            NSString *word = makeString(argument);
+            NSString *word = makeNSString(argument);
             if (!word)
                 return failed(notText);
             [words addObject:word];
@@ -42,7 +37,7 @@ ProcessLauncher::Result MacProcessLauncher::run(const std::string &path,
         [task setStandardError:pipe];
         NSError *error = nil;
         if (![task launchAndReturnError:&error])
-            return failed(text((__bridge CFStringRef)error.localizedDescription).value_or(std::string()));
+            return failed(utf8Text(error.localizedDescription));
 
         Result result;
         // To the end first: a program that waits for room in the pipe never exits. The task has closed

@@ -23,11 +23,11 @@ void require(bool succeeded, const std::string &what) {
 
 } // namespace
 
-pid_t startBus(NetworkLab &lab) {
+pid_t startBus(NetworkLab &lab, const std::string &sections) {
     const auto file = lab.folder() + "/bus.conf";
     const auto path = lab.folder() + "/bus";
-    lab.write(file, "<busconfig><listen>unix:path=" + path +
-                        "</listen><policy context='default'><allow own='*'/>"
+    lab.write(file, "<busconfig><listen>unix:path=" + path + "</listen>" + sections +
+                        "<policy context='default'><allow user='*'/><allow own='*'/>"
                         "<allow send_destination='*'/><allow receive_sender='*'/></policy></busconfig>");
     setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
     unlink(path.c_str());

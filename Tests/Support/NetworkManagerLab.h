@@ -10,8 +10,8 @@
 namespace tarn {
 
 /// Starts a system bus in the lab, or again after it was stopped; programs started after that,
-/// and the test itself, find it.
-pid_t startBus(NetworkLab &lab);
+/// and the test itself, find it. `sections` are further ones of its configuration (dbus-daemon(1)).
+pid_t startBus(NetworkLab &lab, const std::string &sections = {});
 
 /// A real NetworkManager in a lab, with only the profiles of the test. It manages every device,
 /// activates by itself nothing but these, reaches no radio of the machine, and needs startBus()

@@ -21,6 +21,7 @@ public:
         const Value *value = domain == "com.veltrion.tarnlink" ? visible_.find(key) : nullptr;
         return value ? std::optional(*value) : std::nullopt;
     }
+    bool isForced(const std::string &, const std::string &) override { return false; }
     void setMachineValue(const std::string &key, const Value &value, const std::string &domain) override {
         EXPECT_EQ(domain, "com.veltrion.tarnlink");
         unsaved_.set(key, value);

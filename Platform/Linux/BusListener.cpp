@@ -1,0 +1,197 @@
+#include "Platform/Linux/BusListener.h"
+
+#include "Platform/Linux/BusProtocol.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tarn {
+namespace {
+
+using Told = std::function<void(std::optional<ProcessIdentity>)>;
+
+/// A caller that has gone by now, or a bus, costs nothing: what cannot be sent is dropped.
+void send(sd_bus_message *call, const RemoteAnswer &answer) {
+    int result = 0;
+    switch (answer.refusal) {
+    case RemoteAnswer::Refusal::none:
+        result = sd_bus_reply_method_return(call, "s", answer.bytes.c_str());
+        break;
+    case RemoteAnswer::Refusal::busy:
+        result = sd_bus_reply_method_errorf(call, BusProtocol::busy, "%s", answer.message.c_str());
+        break;
+    case RemoteAnswer::Refusal::notAuthorized:
+        result = sd_bus_reply_method_errorf(call, BusProtocol::notAuthorized, "%s", answer.message.c_str());
+        break;
+    }
+    if (result < 0)
+        sd_bus_reply_method_errno(call, result, nullptr);
+}
+
+/// The field "starttime" (proc(5)); none when there is no such process.
+std::optional<std::uint64_t> startTime(std::int32_t pid) {
+    constexpr int position = 22;
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    // The second field is the program's name, which may hold anything, in brackets.
+    const auto bracket = text.rfind(')');
+    if (bracket == std::string::npos)
+        return std::nullopt;
+    std::istringstream fields(text.substr(bracket + 1));
+    std::string skipped;
+    for (int field = 3; field < position; ++field)
+        fields >> skipped;
+    std::uint64_t ticks = 0;
+    if (!(fields >> ticks))
+        return std::nullopt;
+    return ticks;
+}
+
+/// Who the bus says has the connection, a{sv} (dbus-daemon, GetConnectionCredentials).
+std::optional<ProcessIdentity> identityIn(sd_bus_message *credentials) {
+    ProcessIdentity identity;
+    bool hasUser = false;
+    if (sd_bus_message_is_method_error(credentials, nullptr) > 0 ||
+        sd_bus_message_enter_container(credentials, 'a', "{sv}") <= 0)
+        return std::nullopt;
+    while (sd_bus_message_enter_container(credentials, 'e', "sv") > 0) {
+        const char *key = "";
+        std::uint32_t number = 0;
+        if (sd_bus_message_read(credentials, "s", &key) <= 0)
+            return std::nullopt;
+        const std::string_view name = key;
+        const bool isUser = name == "UnixUserID";
+        if (!isUser && name != "ProcessID") {
+            if (sd_bus_message_skip(credentials, "v") < 0)
+                return std::nullopt;
+        } else if (sd_bus_message_read(credentials, "v", "u", &number) <= 0) {
+            return std::nullopt;
+        } else if (isUser) {
+            identity.uid = number;
+            hasUser = true;
+        } else {
+            identity.pid = static_cast<std::int32_t>(number);
+        }
+        sd_bus_message_exit_container(credentials);
+    }
+    // The bus does not know processes of other process namespaces.
+    if (!hasUser || identity.pid <= 0)
+        return std::nullopt;
+    const auto started = startTime(identity.pid);
+    if (!started)
+        return std::nullopt;
+    identity.startTime = *started;
+    return identity;
+}
+
+} // namespace
+
+int BusListener::take(sd_bus_message *message, void *self, sd_bus_error *) {
+    const auto call = BusProtocol::read(message);
+    if (!call)
+        return -EBADMSG;
+    const Message kept(sd_bus_message_ref(message), sd_bus_message_unref);
+    auto &listener = *static_cast<BusListener *>(self);
+    listener.service_->call(listener.callerOf(kept), *call,
+                            [kept](const RemoteAnswer &answer) { send(kept.get(), answer); });
+    return 1;
+}
+
+void BusListener::start(const std::string &serviceName, const std::string &, RemoteService &service) {
+    name_ = serviceName;
+    service_ = &service;
+    bus_.emplace(
+        loop_, [this](sd_bus *bus) { return publish(bus); },
+        [this](const std::string &reason) {
+            if (!std::exchange(isFailureSaid_, true))
+                log_.write(Log::Level::error, "daemon",
+                           "no clients, " + name_ + " is not on the system bus: " + reason +
+                               "; is tried again");
+        });
+    if (const auto path = LoopBus::socketPath(); !path.empty())
+        socket_.emplace(
+            loop_, std::vector{path}, [](std::string_view) { return false; },
+            [this] {
+                // The file comes a moment before the bus listens.
+                bus_->succeeded();
+                bus_->open();
+            });
+    bus_->open();
+}
+
+int BusListener::publish(sd_bus *bus) {
+    static const auto table = [] {
+        std::vector<sd_bus_vtable> entries = {SD_BUS_VTABLE_START(0)};
+        // Whom the bus lets through may call; the service itself says what they may.
+        for (const auto &method : BusProtocol::methods)
+            entries.push_back(SD_BUS_METHOD_WITH_NAMES(method.name, method.signature, method.argumentNames,
+                                                       "s", , take, SD_BUS_VTABLE_UNPRIVILEGED));
+        entries.push_back(SD_BUS_VTABLE_END);
+        return entries;
+    }();
+    const int result = sd_bus_add_object_vtable(bus, nullptr, BusProtocol::objectPath(name_).c_str(),
+                                                name_.c_str(), table.data(), this);
+    if (result < 0)
+        return result;
+    return sd_bus_request_name_async(bus, nullptr, name_.c_str(), 0, named, this);
+}
+
+int BusListener::named(sd_bus_message *reply, void *self, sd_bus_error *) {
+    constexpr std::uint32_t primaryOwner = 1; // DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER
+    auto &listener = *static_cast<BusListener *>(self);
+    std::uint32_t outcome = 0;
+    if (const auto *error = sd_bus_message_get_error(reply))
+        listener.bus_->giveUp(error->message ? error->message : error->name);
+    else if (sd_bus_message_read(reply, "u", &outcome) <= 0 || outcome != primaryOwner)
+        listener.bus_->giveUp("another program has the name");
+    else {
+        listener.bus_->succeeded();
+        if (std::exchange(listener.isFailureSaid_, false))
+            listener.log_.write(Log::Level::info, "daemon", listener.name_ + " is on the system bus now");
+    }
+    return 0;
+}
+
+RemoteCaller BusListener::callerOf(const Message &call) {
+    RemoteCaller caller;
+    caller.client = sd_bus_message_get_sender(call.get());
+    caller.identify = [self = std::weak_ptr(self_), call](Told told) {
+        if (const auto listener = self.lock())
+            (*listener)->identify(call.get(), std::move(told));
+    };
+    return caller;
+}
+
+void BusListener::identify(sd_bus_message *call, Told told) {
+    const auto answered = [](sd_bus_message *reply, void *data, sd_bus_error *) {
+        (*static_cast<Told *>(data))(identityIn(reply));
+        return 0;
+    };
+    const auto forget = [](void *data) { delete static_cast<Told *>(data); };
+    auto asked = std::make_unique<Told>(std::move(told));
+    sd_bus_slot *slot = nullptr;
+    // Another bus gives the same names to others.
+    if (bus_->get() == sd_bus_message_get_bus(call) &&
+        sd_bus_call_method_async(bus_->get(), &slot, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                 "org.freedesktop.DBus", "GetConnectionCredentials", answered, asked.get(),
+                                 "s", sd_bus_message_get_sender(call)) >= 0) {
+        // Freed when it was answered, and with the connection when it never is.
+        sd_bus_slot_set_destroy_callback(slot, forget);
+        sd_bus_slot_set_floating(slot, 1);
+        sd_bus_slot_unref(slot);
+        [[maybe_unused]] const auto *kept = asked.release();
+        return;
+    }
+    loop_.post([self = std::weak_ptr(self_), unknown = std::move(*asked)] {
+        if (!self.expired())
+            unknown(std::nullopt);
+    });
+}
+
+} // namespace tarn

@@ -1,0 +1,71 @@
+#include "Platform/Platform.h"
+#include "TarnCore/AppInfo.h"
+#include "TarnCore/Text.h"
+#include "TarnSystem/AdminAuthorization.h"
+#include "TarnlinkCtl/Controller.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+using namespace tarn;
+
+bool print(const std::string &text) {
+    const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    return std::fflush(stdout) == 0 && isWritten;
+}
+
+void complain(const std::string &line) {
+    std::fprintf(stderr, "tarnlinkctl: %s\n", line.c_str());
+}
+
+std::string authorize(Platform &platform) {
+    // Where no desktop asks for the password.
+    const auto agent = platform.openTerminalAgent();
+    AdminAuthorization authorization(platform.authorizations(), platform.log());
+    return authorization.acquireInteractively();
+}
+
+Task<void> carryOut(Controller &controller, CtlCommand command, MainActor &actor, int &status) {
+    status = co_await controller.run(command);
+    actor.post([&actor] { actor.stop(); });
+}
+
+int carryOut(const CtlCommand &command) {
+    const auto platform = makePlatform();
+    auto &actor = platform->mainActor();
+    TarnXPCClient client(platform->connector(), actor);
+    WorkerThread queue(actor);
+    Controller controller(
+        {client, actor, queue, [&] { return authorize(*platform); },
+         [] { return std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now()); }, print,
+         complain});
+    int status = Controller::failed;
+    detach(carryOut(controller, command, actor, status));
+    actor.run();
+    // The system takes back faster what is left.
+    _exit(status);
+}
+
+} // namespace
+
+int main(int count, char **values) {
+    try {
+        const auto command = parseCtlCommand({values + 1, values + count});
+        const std::string version(AppInfo::version);
+        if (command.verb == CtlCommand::Verb::help)
+            return print(ctlHelp) ? Controller::done : Controller::failed;
+        if (command.verb == CtlCommand::Verb::version)
+            return print("tarnlinkctl " + version + " (" + std::to_string(AppInfo::build) + ")\n")
+                       ? Controller::done
+                       : Controller::failed;
+        return carryOut(command);
+    } catch (const CtlUsageError &error) {
+        complain(text::printable(error.what()) + "; see tarnlinkctl --help");
+        return Controller::wrongUse;
+    } catch (const std::exception &error) {
+        complain(text::printable(error.what()));
+        return Controller::failed;
+    }
+}

@@ -1,0 +1,206 @@
+// The daemon as a process on a bus with the policy that is installed, and a real polkitd: who may call
+// what, with programs that others wrote.
+
+#include "Platform/Linux/BusConnector.h"
+#include "Platform/Linux/PolkitAuthorizations.h"
+#include "Support/PolkitLab.h"
+#include "TarnXPC/TarnXPCClient.h"
+#include "TarnXPC/TarnXPCCoding.h"
+
+#include <csignal>
+#include <gmock/gmock.h>
+
+namespace tarn {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+/// As distributions have it, but for the path.
+constexpr const char *systemBus =
+    "<busconfig><type>system</type><listen>unix:path=/run/lab/bus</listen>%s"
+    "<policy context='default'><allow user='*'/><deny own='*'/><deny send_type='method_call'/>"
+    "<allow receive_sender='*'/><allow send_requested_reply='true'/><allow "
+    "send_destination='org.freedesktop.DBus'/>"
+    "<allow own='org.freedesktop.PolicyKit1'/><allow send_destination='org.freedesktop.PolicyKit1'/></policy>"
+    "<include>" PACKAGING "/dbus/com.veltrion.tarnlink.daemon.conf</include></busconfig>";
+
+class Door : public PolkitLab {
+protected:
+    void SetUp() override {
+        PolkitLab::SetUp();
+        if (IsSkipped())
+            return;
+        lab().addCable("eth0", {"192.0.2.10/24"}, {"192.0.2.1/24"});
+        // Where every user can run them.
+        lab().run("ip route add default via 192.0.2.1 dev eth0; mkdir -m 700 /run/lab/state;"
+                  "chown 5001 /run/lab/state; cp " DAEMON " " CTL " /run/lab");
+    }
+    /// The bus, and on it the daemon as the user that it has when it is installed.
+    void start(bool hasPolkit = true) {
+        auto configuration = std::string(systemBus);
+        configuration.replace(configuration.find("%s"), 2, hasPolkit ? services : "");
+        lab().write("/run/lab/system.conf", configuration);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/lab/bus", 1);
+        lab().waitForLog(
+            lab().start("dbus-daemon --nofork --print-address --config-file=/run/lab/system.conf"), "unix:");
+        daemon_ = lab().start("setpriv --reuid 5001 --clear-groups env STATE_DIRECTORY=/run/lab/state HOME=/ "
+                              "/run/lab/TarnlinkDaemon --probe-mode off");
+        waitUntil([&] { return ctl("root", "status").out.find("Wired") != std::string::npos; }, "the door");
+    }
+    NetworkLab::Result run(const std::string &user, const std::string &command) {
+        return lab().execute("setpriv --reuid " + user + " --clear-groups " + command);
+    }
+    NetworkLab::Result busctl(const std::string &user, const std::string &method) {
+        return run(user, "busctl call com.veltrion.tarnlink.daemon /com/veltrion/tarnlink/daemon "
+                         "com.veltrion.tarnlink.daemon " +
+                             method);
+    }
+    NetworkLab::Result ctl(const std::string &user, const std::string &arguments) {
+        return run(user, "/run/lab/tarnlinkctl " + arguments);
+    }
+    void signalPolkit(const std::string &signal) {
+        lab().run("kill -" + signal +
+                  " $(busctl call org.freedesktop.DBus /org/freedesktop/DBus "
+                  "org.freedesktop.DBus GetConnectionUnixProcessID s org.freedesktop.PolicyKit1 | cut -c3-)");
+    }
+
+    pid_t daemon_ = 0;
+};
+
+TEST_F(Door, EachMethodForEachKindOfCaller) {
+    start();
+    const std::string denied = "denied.admin", noCredential = "denied.noCredential";
+    const struct {
+        std::string method, granted, refused, unasked;
+    } rows[] = {
+        {"Status", "wired", "wired", "wired"},
+        {"Resume", "notPaused", denied, noCredential},
+        {"Diagnostics", "History:", "takes an administrator", "nobody can be asked"},
+        {"SetTetheringWhileWired b true", "saved", denied, noCredential},
+        {"SetTetheringDNSFix b true", "saved", denied, noCredential},
+        {"InstallUpdate s /p", "unsupported", denied, noCredential},
+        {"InstallVerifiedUpdate says /p 1 0 x", "handover.unsupported", denied, noCredential},
+        {"UpdateStatus", "unsupported", denied, noCredential},
+        // Nobody's authorization, and then one that is not the caller's.
+        {"Pause day 60 0", noCredential, noCredential, noCredential},
+        {"Pause day 60 3 1 2 3", denied, denied, denied},
+    };
+    for (const auto &row : rows)
+        for (const auto &[user, wanted] : {std::pair("root", row.granted), std::pair("alice", row.granted),
+                                           std::pair("bob", row.refused), std::pair("carol", row.unasked)}) {
+            const auto result = busctl(user, row.method);
+            EXPECT_THAT(result.out + result.err, HasSubstr(wanted)) << user << ": " << row.method;
+        }
+    EXPECT_THAT(readFile("/run/lab/state/preferences.json"), HasSubstr(R"("TetheringWhileWired": "allow")"));
+}
+
+TEST_F(Door, APauseIsForWhomPolkitGrantsIt) {
+    start();
+    EXPECT_EQ(ctl("bob", "pause 1").status, 1);
+    EXPECT_EQ(ctl("carol", "pause 1").status, 1);
+    EXPECT_THAT(ctl("alice", "status").out, Not(HasSubstr("Paused")));
+    for (const char *user : {"root", "alice"}) {
+        const auto paused = ctl(user, "pause 1.5");
+        EXPECT_EQ(paused.status, 0) << paused.err;
+        EXPECT_THAT(paused.out, HasSubstr("Paused for 1.5 minutes, until "));
+        EXPECT_THAT(ctl("carol", "status").out, HasSubstr("Paused"));
+        EXPECT_EQ(ctl(user, "resume").status, 0);
+    }
+    // The claim of a process that has the right, in the hands of others: of the same user, too.
+    std::string copied = "Pause day 60 32";
+    for (const char byte : as(alice, [] { return currentProcess()->externalForm(); }))
+        copied += " " + std::to_string(static_cast<unsigned char>(byte));
+    for (const char *user : {"root", "alice", "bob", "carol"})
+        EXPECT_THAT(busctl(user, copied).out, HasSubstr("denied.admin")) << user;
+    EXPECT_EQ(ctl("alice", "pause 0").status, 2);
+}
+
+TEST_F(Door, WithoutPolkitOnlyRootMay) {
+    start(false);
+    for (const char *command : {"resume", "pause 1", "diagnostics", "set tethering-dns-fix off"}) {
+        EXPECT_EQ(ctl("alice", command).status, 1) << command;
+        EXPECT_EQ(ctl("root", command).status, 0) << command;
+    }
+    EXPECT_EQ(ctl("carol", "status").status, 0);
+}
+
+TEST_F(Door, NobodyElseHasTheName) {
+    start();
+    for (const char *user : {"root", "alice"}) {
+        const auto result =
+            run(user, "busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus "
+                      "RequestName su com.veltrion.tarnlink.daemon 2");
+        EXPECT_THAT(result.err, HasSubstr("Access denied")) << user;
+    }
+    EXPECT_NE(run("alice", "busctl get-property com.veltrion.tarnlink.daemon /com/veltrion/tarnlink/daemon "
+                           "org.freedesktop.DBus.Properties X")
+                  .status,
+              0);
+    lab().stop(daemon_);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(ctl("alice", "status").status, 3);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+}
+
+TEST_F(Door, TenThousandCallsDoNotKeepItFromTheNetwork) {
+    start();
+    EventLoop loop;
+    BusConnector connector(loop);
+    constexpr unsigned clients = 50, callsOfEach = 200;
+    std::vector<std::unique_ptr<TarnXPCClient>> all;
+    unsigned answered = 0, ended = 0, withoutCable = 0;
+    std::string failures;
+    const auto work = [&](TarnXPCClient &client) -> Task<void> {
+        for (unsigned i = 0; i < callsOfEach; ++i)
+            try {
+                const auto report = co_await client.status(1.5);
+                ++answered;
+                withoutCable += report.status.kind != Status::Kind::wired;
+                if (answered == 1000)
+                    lab().pull("eth0");
+            } catch (const TarnXPCClientError &error) {
+                failures += error.description();
+            }
+        if (++ended == clients)
+            loop.stop();
+    };
+    for (unsigned i = 0; i < clients; ++i)
+        detach(work(*all.emplace_back(std::make_unique<TarnXPCClient>(connector, loop))));
+    loop.run();
+    EXPECT_EQ(answered, clients * callsOfEach) << failures;
+    EXPECT_GT(withoutCable, 0u);
+}
+
+TEST_F(Door, AClientBeyondItsLimitHarmsNobody) {
+    // A polkit that answers nobody keeps every call waiting.
+    start();
+    ctl("carol", "resume");
+    signalPolkit("STOP");
+    EventLoop loop;
+    BusConnector connector(loop);
+    TarnXPCClient greedy(connector, loop), modest(connector, loop);
+    std::map<std::string, unsigned> ends;
+    const auto ask = [&](auto call) -> Task<void> {
+        try {
+            const auto result = co_await call();
+            ++ends["answered"];
+        } catch (const TarnXPCClientError &error) {
+            ++ends[error.description()];
+        }
+    };
+    for (int i = 0; i < 20; ++i)
+        detach(ask([&] { return greedy.resume(1); }));
+    detach(ask([&] { return modest.status(1); }));
+    loop.postAfter(2s, [&] { loop.stop(); });
+    loop.run();
+    signalPolkit("CONT");
+    EXPECT_EQ(ends["answered"], 1u);
+    EXPECT_EQ(ends["Timed out after 1.0s waiting for the daemon."], 16u);
+    EXPECT_EQ(ends["Daemon returned an error: Too many calls of this client are under way: 16."], 4u);
+}
+
+} // namespace
+} // namespace tarn

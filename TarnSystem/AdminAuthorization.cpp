@@ -13,7 +13,6 @@ using Kind = AdminAuthorizationError::Kind;
 using Status = AuthorizationServices::Status;
 using Reference = std::unique_ptr<AuthorizationReference>;
 
-constexpr std::size_t externalFormLength = 32;
 constexpr const char *promptText = "Tarnlink: Schutz vorübergehend aussetzen";
 constexpr std::uint32_t acquiring = AuthorizationFlags::interactionAllowed |
                                     AuthorizationFlags::extendRights | AuthorizationFlags::preAuthorize;
@@ -87,7 +86,7 @@ void AdminAuthorization::ensureRightExists() {
 }
 
 bool AdminAuthorization::verify(const std::string &externalForm) {
-    if (externalForm.size() != externalFormLength)
+    if (externalForm.size() != AuthorizationServices::externalFormLength)
         return false;
     const auto succeeds = [&](Status status, const char *call) {
         if (status == AuthorizationStatus::success)

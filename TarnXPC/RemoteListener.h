@@ -3,6 +3,7 @@
 #include "TarnSystem/ProcessIdentity.h"
 #include "TarnXPC/TarnXPCProtocol.h"
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -42,6 +43,9 @@ class RemoteService {
 public:
     using Reply = std::function<void(RemoteAnswer)>;
 
+    /// How many calls of one client, that is, of one connection, may be under way.
+    static constexpr std::size_t mostCalls = 16;
+
     virtual ~RemoteService() = default;
     /// Main thread. `reply` is called once, on the main thread, at once or later; a caller that has gone
     /// by then harms nobody.
@@ -51,8 +55,8 @@ public:
 /// The door through which calls come in.
 ///
 /// Thread: main thread.
-/// Errors: none. A door that cannot be opened is tried again, with growing pauses, and said once in the
-///   log.
+/// Errors: none. A door that cannot be opened is said once in the log and, where the system tells, tried
+///   again with growing pauses.
 class RemoteListener {
 public:
     /// Nobody is let in any more, and nothing is called.

@@ -22,8 +22,8 @@ Error Error::timeout(double seconds) {
 Error Error::decoding(const std::string &text) {
     return {Kind::decoding, "Failed to decode daemon response: " + text};
 }
-Error Error::remote(const std::string &text) {
-    return {Kind::remote, "Daemon returned an error: " + text};
+Error Error::remote(const std::string &text, const std::string &name) {
+    return {Kind::remote, "Daemon returned an error: " + text, name};
 }
 Error Error::unavailable() {
     return {Kind::unavailable, "The Tarnlink daemon is not available."};
@@ -61,7 +61,7 @@ Error mapError(const RemoteError &error) {
     for (const char *phrase : {"couldn’t communicate", "couldn't communicate", "service not found"})
         if (words.find(phrase) != std::string::npos)
             return Error::unavailable();
-    return Error::remote(error.localizedDescription);
+    return Error::remote(error.localizedDescription, error.domain);
 }
 
 namespace {
@@ -94,7 +94,7 @@ struct TarnXPCClient::State : std::enable_shared_from_this<State> {
     State(RemoteConnector &remote, MainActor &main) : connector(remote), actor(main) {}
 
     std::shared_ptr<RemoteConnection> connectionOrThrow();
-    void dropConnection(const RemoteConnection *which);
+    void dropConnection(const std::shared_ptr<RemoteConnection> &which);
     void invalidate();
 
     /// The bytes of the answer.
@@ -117,9 +117,9 @@ std::shared_ptr<RemoteConnection> TarnXPCClient::State::connectionOrThrow() {
     if (connection)
         return connection;
     auto made = connector.connect(TarnXPC::machServiceName, TarnXPC::daemonRequirement);
-    const auto lost = [weak = weak_from_this(), which = made.get()] {
+    const auto lost = [weak = weak_from_this(), which = std::weak_ptr(made)] {
         if (const auto self = weak.lock())
-            self->dropConnection(which);
+            self->dropConnection(which.lock());
     };
     made->setInvalidationHandler(lost);
     made->setInterruptionHandler(lost);
@@ -128,12 +128,12 @@ std::shared_ptr<RemoteConnection> TarnXPCClient::State::connectionOrThrow() {
     return made;
 }
 
-void TarnXPCClient::State::dropConnection(const RemoteConnection *which) {
+void TarnXPCClient::State::dropConnection(const std::shared_ptr<RemoteConnection> &which) {
     std::shared_ptr<RemoteConnection> dropped;
     {
         const std::lock_guard guard(lock);
         // A late word about a connection that is gone must not cost its successor.
-        if (!connection || connection.get() != which)
+        if (!connection || connection != which)
             return;
         connection->setInvalidationHandler({});
         connection->setInterruptionHandler({});
@@ -183,6 +183,16 @@ Task<Record> TarnXPCClient::State::ask(std::shared_ptr<State> self, TarnXPCProto
     }
 }
 
+namespace {
+
+/// Neither system can send other text.
+void requireText(const std::string &text, const char *what) {
+    if (!text::isUTF8(text) || text.find('\0') != std::string::npos)
+        throw Error::remote(std::string(what) + " is no text that can be sent.");
+}
+
+} // namespace
+
 TarnXPCClient::TarnXPCClient(RemoteConnector &connector, MainActor &actor)
     : state_(std::make_shared<State>(connector, actor)) {}
 
@@ -213,10 +223,13 @@ Task<SettingResult> TarnXPCClient::setTetheringDNSFix(bool enabled, double timeo
     return State::ask<SettingResult>(state_, TarnXPCProtocol::SetTetheringDNSFix{enabled}, timeout);
 }
 Task<UpdateResult> TarnXPCClient::installUpdate(std::string pkgPath, double timeout) {
+    requireText(pkgPath, "The path of the package");
     return State::ask<UpdateResult>(state_, TarnXPCProtocol::InstallUpdate{std::move(pkgPath)}, timeout);
 }
 Task<UpdateResult> TarnXPCClient::installVerifiedUpdate(std::string pkgPath, std::string manifest,
                                                         std::string signature, double timeout) {
+    requireText(pkgPath, "The path of the package");
+    requireText(signature, "The signature");
     return State::ask<UpdateResult>(
         state_,
         TarnXPCProtocol::InstallVerifiedUpdate{std::move(pkgPath), std::move(manifest), std::move(signature)},

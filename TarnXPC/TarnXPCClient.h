@@ -19,27 +19,32 @@ public:
 
     static TarnXPCClientError timeout(double seconds);
     static TarnXPCClientError decoding(const std::string &text);
-    static TarnXPCClientError remote(const std::string &text);
+    /// `name`: as remoteName().
+    static TarnXPCClientError remote(const std::string &text, const std::string &name = {});
     static TarnXPCClientError unavailable();
     static TarnXPCClientError invalidated();
 
     Kind kind() const { return kind_; }
     const std::string &description() const { return description_; }
+    /// Of a `remote` error, RemoteError's domain, which on the bus is the error's name; else empty.
+    const std::string &remoteName() const { return remoteName_; }
     const char *what() const noexcept override { return description_.c_str(); }
 
 private:
-    TarnXPCClientError(Kind kind, std::string description)
-        : kind_(kind), description_(std::move(description)) {}
+    TarnXPCClientError(Kind kind, std::string description, std::string remoteName = {})
+        : kind_(kind), description_(std::move(description)), remoteName_(std::move(remoteName)) {}
 
     Kind kind_;
     std::string description_;
+    std::string remoteName_;
 };
 
 /// A program's only way to the daemon: one connection, made by the first call and made anew by the first
 /// call after it was lost.
 ///
 /// Each operation throws TarnXPCClientError, `timeout` seconds after it began at the latest; a negative
-/// time limit counts as zero. What the daemon answers after that is dropped.
+/// time limit counts as zero. What the daemon answers after that is dropped. A path or a signature that is
+/// not UTF-8, or holds a zero byte, is `remote`, thrown before anything is awaited.
 ///
 /// Thread: the operations on the main actor; invalidate() on any thread where the connection allows it.
 /// Ownership: connector and actor must outlive the client and every operation under way; the client may

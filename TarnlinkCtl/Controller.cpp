@@ -18,6 +18,8 @@ using namespace std::chrono_literals;
 
 constexpr auto watchInterval = 1s;
 
+constexpr const char *noCredential = "denied.noCredential";
+
 // In seconds. Pausing waits for the daemon to ask for the authorization itself.
 constexpr double statusLimit = 1.5;
 constexpr double pauseLimit = 5;
@@ -108,25 +110,8 @@ Task<int> Controller::watch(bool asJson) {
 Task<int> Controller::pause(double minutes) {
     // Nobody is to be asked for a password in vain.
     co_await services_.client.status(statusLimit);
-    std::optional<std::string> form;
-    std::exception_ptr error;
-    const auto authorize = [&] {
-        try {
-            form = services_.authorize();
-        } catch (const AdminAuthorizationError &denied) {
-            // Nobody can be asked here: what the daemon says to that is what counts.
-            if (denied.status() != AuthorizationStatus::interactionNotAllowed)
-                error = std::current_exception();
-        } catch (...) {
-            error = std::current_exception();
-        }
-    };
-    co_await Callback<bool>(services_.actor, [&](const Callback<bool>::Resume &go) {
-        services_.queue.run(authorize, [go] { go(true); });
-    });
-    if (error)
-        std::rethrow_exception(error);
-
+    // Where nobody can be asked, what the daemon says to that is what counts.
+    const auto form = co_await authorize(AdminAuthorization::pauseRight);
     const auto wish = minutes * 60;
     const auto answer = co_await services_.client.pause(wish, form, pauseLimit);
     if (!answer.granted)
@@ -142,8 +127,31 @@ Task<int> Controller::pause(double minutes) {
     co_return print(said + ".\n");
 }
 
+Task<std::optional<std::string>> Controller::authorize(std::string right) {
+    std::optional<std::string> form;
+    std::exception_ptr error;
+    const auto ask = [&] {
+        try {
+            form = services_.authorize(right);
+        } catch (const AdminAuthorizationError &denied) {
+            if (denied.status() != AuthorizationStatus::interactionNotAllowed)
+                error = std::current_exception();
+        } catch (...) {
+            error = std::current_exception();
+        }
+    };
+    co_await Callback<bool>(services_.actor, [&](const Callback<bool>::Resume &go) {
+        services_.queue.run(ask, [go] { go(true); });
+    });
+    if (error)
+        std::rethrow_exception(error);
+    co_return form;
+}
+
 Task<int> Controller::resume() {
-    const auto answer = co_await services_.client.resume(resumeLimit);
+    auto answer = co_await services_.client.resume(resumeLimit);
+    if (answer.code == noCredential && co_await authorize(AdminAuthorization::manageRight))
+        answer = co_await services_.client.resume(resumeLimit);
     // It is as was wanted, whoever brought that about.
     if (answer.code == "notPaused")
         co_return print("There was no pause.\n");
@@ -153,7 +161,18 @@ Task<int> Controller::resume() {
 }
 
 Task<int> Controller::diagnostics(bool onlyHistory) {
-    auto text = co_await services_.client.diagnostics(diagnosticsLimit);
+    std::optional<std::string> given;
+    try {
+        given = co_await services_.client.diagnostics(diagnosticsLimit);
+    } catch (const TarnXPCClientError &error) {
+        if (!error.remoteName().ends_with(".NotAuthorized"))
+            throw;
+    }
+    if (!given) {
+        co_await authorize(AdminAuthorization::manageRight);
+        given = co_await services_.client.diagnostics(diagnosticsLimit);
+    }
+    auto text = *std::move(given);
     if (onlyHistory)
         text = DiagnosticsText::linesOf(text, DiagnosticsText::history);
     co_return print(statusText::printableLines(text));
@@ -162,9 +181,16 @@ Task<int> Controller::diagnostics(bool onlyHistory) {
 Task<int> Controller::set(CtlCommand command) {
     const bool isDNSFix = command.verb == CtlCommand::Verb::setDNSFix;
     const std::string name = isDNSFix ? "Tethering DNS fix" : "Tethering while wired";
-    auto change = isDNSFix ? services_.client.setTetheringDNSFix(command.isOn, settingLimit)
-                           : services_.client.setTetheringWhileWired(command.isOn, settingLimit);
-    const auto answer = co_await change;
+    const auto change = [&client = services_.client, isDNSFix, isOn = command.isOn] {
+        return isDNSFix ? client.setTetheringDNSFix(isOn, settingLimit)
+                        : client.setTetheringWhileWired(isOn, settingLimit);
+    };
+    auto first = change();
+    auto answer = co_await first;
+    if (answer.code == noCredential && co_await authorize(AdminAuthorization::manageRight)) {
+        auto second = change();
+        answer = co_await second;
+    }
     if (!answer.ok)
         co_return refuse(name, answer.code, {});
     co_return print(name + " is " + (command.isOn ? "on" : "off") + ".\n");
@@ -197,7 +223,7 @@ int Controller::refuse(const std::string &subject, const std::string &code,
         return complain("The daemon only watches: nothing is carried out.");
     if (code == "denied.admin")
         return complain("Only an administrator may do that.");
-    if (code == "denied.noCredential")
+    if (code == noCredential)
         return complain("An administrator has to agree to that, and nobody can be asked here.");
     return complain(subject + " was refused: " + code + (message.empty() ? "" : " (" + message + ")"));
 }

@@ -5,6 +5,7 @@
 #include "TarnlinkCtl/CommandLine.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace tarn {
@@ -19,9 +20,9 @@ public:
         MainActor &actor;
         /// Where `authorize` runs.
         WorkQueue &queue;
-        /// Asks the person for the right to pause, which may take as long as a person takes, and returns
-        /// the external form. Throws AdminAuthorizationError.
-        std::function<std::string()> authorize;
+        /// Asks the person for a right, which may take as long as a person takes, and returns the external
+        /// form. Throws AdminAuthorizationError.
+        std::function<std::string(const std::string &right)> authorize;
         std::function<Date()> now;
         /// Writes to the standard output at once; false when that failed.
         std::function<bool(const std::string &text)> print;
@@ -44,6 +45,9 @@ private:
     Task<int> resume();
     Task<int> diagnostics(bool onlyHistory);
     Task<int> set(CtlCommand command);
+
+    /// The external form of a right; none when nobody can be asked here. Throws what else went wrong.
+    Task<std::optional<std::string>> authorize(std::string right);
 
     std::string shown(const StatusReport &report, bool asJson) const;
     int print(const std::string &text) const;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <ctime>
 #include <vector>
 
@@ -50,9 +51,11 @@ std::string table(const std::vector<Row> &rows) {
 }
 
 std::string minutesLeft(Date end, Date now) {
-    const auto minutes = std::chrono::ceil<std::chrono::minutes>(end - now).count();
-    if (minutes <= 0)
+    if (end <= now)
         return "over";
+    // The end comes in whole seconds: a pause that has just begun must not look longer than it is.
+    const auto minutes = std::max<std::int64_t>(
+        1, std::chrono::ceil<std::chrono::minutes>(end - now - std::chrono::seconds(1)).count());
     return std::to_string(minutes) + (minutes == 1 ? " minute left" : " minutes left");
 }
 

@@ -20,10 +20,10 @@ void complain(const std::string &line) {
     std::fprintf(stderr, "tarnlinkctl: %s\n", line.c_str());
 }
 
-std::string authorize(Platform &platform) {
+std::string authorize(Platform &platform, const std::string &right) {
     // Where no desktop asks for the password.
     const auto agent = platform.openTerminalAgent();
-    AdminAuthorization authorization(platform.authorizations(), platform.log());
+    AdminAuthorization authorization(platform.authorizations(), platform.log(), right);
     return authorization.acquireInteractively();
 }
 
@@ -38,7 +38,7 @@ int carryOut(const CtlCommand &command) {
     TarnXPCClient client(platform->connector(), actor);
     WorkerThread queue(actor);
     Controller controller(
-        {client, actor, queue, [&] { return authorize(*platform); },
+        {client, actor, queue, [&](const std::string &right) { return authorize(*platform, right); },
          [] { return std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now()); }, print,
          complain});
     int status = Controller::failed;

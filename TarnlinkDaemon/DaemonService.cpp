@@ -6,7 +6,7 @@
 #include "TarnXPC/TarnXPCCoding.h"
 #include "TarnlinkDaemon/Diagnostics.h"
 
-#include <cmath>
+#include <type_traits>
 #include <utility>
 #include <variant>
 
@@ -18,6 +18,20 @@ using namespace std::chrono_literals;
 // The list of addresses costs as much as the rest of a report. A change is told to those who show it
 // after a longer time than this.
 constexpr auto tunnelAge = 100ms;
+
+bool isTooLong(const TarnXPCProtocol::Call &call) {
+    const auto is = [](const auto &one) {
+        using Service = DaemonService;
+        bool result = false;
+        if constexpr (requires { one.pkgPath; })
+            result = one.pkgPath.size() > Service::mostPathBytes;
+        if constexpr (requires { one.manifest; })
+            result = result || one.manifest.size() > Service::mostManifestBytes ||
+                     one.signature.size() > Service::mostSignatureBytes;
+        return result;
+    };
+    return std::visit(is, call);
+}
 
 template <class Record> RemoteAnswer answer(const Record &record) {
     return {TarnXPCCoding::encoder().encode(record)};
@@ -49,9 +63,11 @@ void DaemonService::call(const RemoteCaller &caller, const TarnXPCProtocol::Call
         return reply({{},
                       RemoteAnswer::Refusal::busy,
                       "Too many calls of this client are under way: " + std::to_string(mostCalls) + "."});
-    // It is answered at once, and not counted.
+    // These are answered at once, and not counted.
     if (std::holds_alternative<TarnXPCProtocol::Status>(call))
         return reply(answer(report()));
+    if (isTooLong(call))
+        return reply(answer(UpdateResult{false, "tooLong", "Path, manifest or signature is too long.", {}}));
     ++underWay_[caller.client];
     Reply ended = [this, isAlive = std::weak_ptr(isAlive_), client = caller.client,
                    reply = std::move(reply)](RemoteAnswer given) {
@@ -61,7 +77,11 @@ void DaemonService::call(const RemoteCaller &caller, const TarnXPCProtocol::Call
             underWay_.erase(found);
         reply(std::move(given));
     };
-    std::visit([&](const auto &one) { on(caller, one, std::move(ended)); }, call);
+    const auto handle = [&]<class Method>(const Method &one) {
+        if constexpr (!std::is_same_v<Method, TarnXPCProtocol::Status>)
+            on(caller, one, std::move(ended));
+    };
+    std::visit(handle, call);
 }
 
 StatusReport DaemonService::report() {
@@ -113,18 +133,20 @@ std::optional<Date> DaemonService::pausedUntil() const {
     return Date(std::chrono::round<std::chrono::seconds>(now.sinceEpoch + *left));
 }
 
-void DaemonService::on(const RemoteCaller &, const TarnXPCProtocol::Status &, Reply reply) {
-    reply(answer(report()));
-}
-
 void DaemonService::on(const RemoteCaller &caller, const TarnXPCProtocol::Pause &call, Reply reply) {
-    if (!call.authorization)
+    if (!call.authorization || call.authorization->empty())
         return reply(answer(denied<PauseResult>(AuthorizationStatus::interactionNotAllowed)));
-    judgePausing(caller, *call.authorization,
-                 [this, seconds = call.seconds, reply = std::move(reply)](std::int32_t status) {
-                     reply(answer(status == AuthorizationStatus::success ? pause(seconds)
-                                                                         : denied<PauseResult>(status)));
-                 });
+    judgePausing(
+        caller, *call.authorization,
+        [this, seconds = call.seconds, asked = services_.clock.now().sinceBoot,
+         reply = std::move(reply)](std::int32_t status) {
+            if (status != AuthorizationStatus::success)
+                reply(answer(denied<PauseResult>(status)));
+            else if (services_.clock.now().sinceBoot - asked > longestWait)
+                reply(answer(PauseResult{false, "failed", "The authorization took too long.", {}, {}}));
+            else
+                reply(answer(pause(seconds)));
+        });
 }
 
 PauseResult DaemonService::pause(double seconds) {
@@ -244,6 +266,8 @@ void DaemonService::manage(const RemoteCaller &caller, Reply reply, std::functio
 
 void DaemonService::judgePausing(const RemoteCaller &caller, const std::string &authorization,
                                  Judged judged) {
+    if (authorization.size() != AuthorizationServices::externalFormLength)
+        return judged(AuthorizationStatus::denied);
     if (caller.isSigned)
         return verify(services_.pausing, authorization, std::move(judged));
     // Here the form is a claim without a secret, and anybody can have copied it.
@@ -277,9 +301,7 @@ void DaemonService::verify(Authorizing &right, std::string externalForm, Judged 
         [status, &right, form = std::move(externalForm)] {
             if (right.verify(form))
                 *status = AuthorizationStatus::success;
-            // A form of another length is not even looked at, and leaves the last status as it was.
-            else if (form.size() == AuthorizationServices::externalFormLength &&
-                     AdminAuthorization::lastVerifyStatus() == AuthorizationStatus::interactionNotAllowed)
+            else if (AdminAuthorization::lastVerifyStatus() == AuthorizationStatus::interactionNotAllowed)
                 *status = AuthorizationStatus::interactionNotAllowed;
         },
         [status, judged = std::move(judged), isAlive = std::weak_ptr(isAlive_)] {

@@ -27,9 +27,10 @@ namespace tarn {
 ///
 /// Codes of PauseResult: "granted" with the minutes, "resumed", "notPaused", "badLength", "failed", and
 /// "denied.noCredential" (nobody has authenticated, and nobody can be asked), "denied.admin" (refused).
-/// Of SettingResult: "saved", "managed" (management has set it), "overridden" (stored, but another
-/// setting counts more), "failed" (not stored), "dryRun" (this daemon changes nothing), and the two
-/// denied ones, which UpdateResult has as well, beside "unsupported" and "handover.unsupported".
+/// "failed" is also a pause that was judged too late. Of SettingResult: "saved", "managed" (management has
+/// set it), "overridden" (stored, but another setting counts more), "failed" (not stored), "dryRun" (this
+/// daemon changes nothing), and the two denied ones, which UpdateResult has as well, beside "tooLong",
+/// "unsupported" and "handover.unsupported".
 ///
 /// Thread: main thread; what may block is done on the two queues.
 /// Ownership: the services must outlive this, and this every job that it gave to a queue.
@@ -47,8 +48,12 @@ public:
         Preferences &settings;
         WorkQueue &settingsQueue;
     };
-    /// How many calls of one client may be under way.
-    static constexpr std::size_t mostCalls = 16;
+    /// Of arguments, in bytes; a call with more is refused.
+    static constexpr std::size_t mostPathBytes = 4096;
+    static constexpr std::size_t mostManifestBytes = 64 * 1024;
+    static constexpr std::size_t mostSignatureBytes = 4096;
+    /// A pause that could not be judged for longer does not begin any more: nobody waits for it.
+    static constexpr std::chrono::seconds longestWait{5};
 
     explicit DaemonService(const Services &services) : services_(services) {}
     DaemonService(const DaemonService &) = delete;
@@ -63,7 +68,6 @@ private:
     /// A status of AuthorizationServices.
     using Judged = std::function<void(std::int32_t status)>;
 
-    void on(const RemoteCaller &caller, const TarnXPCProtocol::Status &, Reply reply);
     void on(const RemoteCaller &caller, const TarnXPCProtocol::Pause &call, Reply reply);
     void on(const RemoteCaller &caller, const TarnXPCProtocol::Resume &, Reply reply);
     void on(const RemoteCaller &caller, const TarnXPCProtocol::Diagnostics &, Reply reply);

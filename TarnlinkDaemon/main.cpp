@@ -161,7 +161,12 @@ private:
                 try {
                     pausing_.ensureRightExists();
                 } catch (const tarn::AdminAuthorizationError &error) {
-                    platform_.log().write(tarn::Log::Level::error, "authorization", error.description());
+                    // Where rights come with the installation, nothing has failed.
+                    const bool isRefused = error.status() == tarn::AuthorizationStatus::denied;
+                    platform_.log().write(
+                        isRefused ? tarn::Log::Level::info : tarn::Log::Level::error, "authorization",
+                        isRefused ? "the system does not know the right to pause: only root may"
+                                  : error.description());
                 }
             },
             [] {});

@@ -26,6 +26,8 @@ RemoteError fromNumber(int result) {
 
 const RemoteError disconnected{SD_BUS_ERROR_DISCONNECTED, 0, "The connection to the bus has ended"};
 
+constexpr std::size_t mostWaiting = 100;
+
 struct SlotRelease {
     void operator()(sd_bus_slot *slot) const { sd_bus_slot_unref(slot); }
 };
@@ -64,8 +66,9 @@ void Line::open() {
         return 0;
     };
     const int result = LoopBus::open(loop, bus, gone, this);
+    // Whatever the reason, there is no bus.
     if (result < 0)
-        endSoon(fromNumber(result));
+        endSoon({SD_BUS_ERROR_NO_SERVER, 0, fromNumber(result).localizedDescription});
 }
 
 int Line::send(const TarnXPCProtocol::Call &what, Call &call) {
@@ -91,7 +94,8 @@ int Line::answered(sd_bus_message *reply, void *data, sd_bus_error *) {
     auto &call = *static_cast<Call *>(data);
     const auto self = call.line->shared_from_this();
     if (const auto *error = sd_bus_message_get_error(reply)) {
-        self->fail(call.id, {error->name, 0, error->message ? error->message : ""});
+        const bool hasWords = error->message && *error->message;
+        self->fail(call.id, {error->name, 0, hasWords ? error->message : error->name});
         return 0;
     }
     const char *text = nullptr;
@@ -151,6 +155,9 @@ public:
     void invalidate() override { line_->endSoon(disconnected); }
 
     bool invoke(const TarnXPCProtocol::Call &what, Reply reply, ErrorHandler failed) override {
+        // The bus refuses more than 128 to a service that is silent; this is the same silence.
+        if (line_->calls.size() >= mostWaiting)
+            return true;
         const auto id = ++line_->lastID;
         auto &call = line_->calls[id];
         call = {line_.get(), id, std::move(reply), std::move(failed)};

@@ -1,12 +1,10 @@
 #include "Platform/Linux/BusListener.h"
 
 #include "Platform/Linux/BusProtocol.h"
+#include "Platform/Linux/ProcessStart.h"
 
 #include <cerrno>
 #include <cstdint>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -32,25 +30,6 @@ void send(sd_bus_message *call, const RemoteAnswer &answer) {
     }
     if (result < 0)
         sd_bus_reply_method_errno(call, result, nullptr);
-}
-
-/// The field "starttime" (proc(5)); none when there is no such process.
-std::optional<std::uint64_t> startTime(std::int32_t pid) {
-    constexpr int position = 22;
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    // The second field is the program's name, which may hold anything, in brackets.
-    const auto bracket = text.rfind(')');
-    if (bracket == std::string::npos)
-        return std::nullopt;
-    std::istringstream fields(text.substr(bracket + 1));
-    std::string skipped;
-    for (int field = 3; field < position; ++field)
-        fields >> skipped;
-    std::uint64_t ticks = 0;
-    if (!(fields >> ticks))
-        return std::nullopt;
-    return ticks;
 }
 
 /// Who the bus says has the connection, a{sv} (dbus-daemon, GetConnectionCredentials).
@@ -83,11 +62,25 @@ std::optional<ProcessIdentity> identityIn(sd_bus_message *credentials) {
     // The bus does not know processes of other process namespaces.
     if (!hasUser || identity.pid <= 0)
         return std::nullopt;
-    const auto started = startTime(identity.pid);
+    const auto started = processStart(identity.pid);
     if (!started)
         return std::nullopt;
     identity.startTime = *started;
     return identity;
+}
+
+/// Somebody waits to be told who called.
+struct Asked {
+    Told told;
+    std::weak_ptr<BusListener *> listener;
+    EventLoop &loop;
+};
+
+void tellNothing(Asked &asked) {
+    asked.loop.post([listener = asked.listener, told = std::move(asked.told)] {
+        if (!listener.expired())
+            told(std::nullopt);
+    });
 }
 
 } // namespace
@@ -110,7 +103,7 @@ void BusListener::start(const std::string &serviceName, const std::string &, Rem
         loop_, [this](sd_bus *bus) { return publish(bus); },
         [this](const std::string &reason) {
             if (!std::exchange(isFailureSaid_, true))
-                log_.write(Log::Level::error, "daemon",
+                log_.write(Log::Level::error, "link",
                            "no clients, " + name_ + " is not on the system bus: " + reason +
                                "; is tried again");
         });
@@ -153,7 +146,7 @@ int BusListener::named(sd_bus_message *reply, void *self, sd_bus_error *) {
     else {
         listener.bus_->succeeded();
         if (std::exchange(listener.isFailureSaid_, false))
-            listener.log_.write(Log::Level::info, "daemon", listener.name_ + " is on the system bus now");
+            listener.log_.write(Log::Level::info, "link", listener.name_ + " is on the system bus now");
     }
     return 0;
 }
@@ -170,11 +163,16 @@ RemoteCaller BusListener::callerOf(const Message &call) {
 
 void BusListener::identify(sd_bus_message *call, Told told) {
     const auto answered = [](sd_bus_message *reply, void *data, sd_bus_error *) {
-        (*static_cast<Told *>(data))(identityIn(reply));
+        std::exchange(static_cast<Asked *>(data)->told, {})(identityIn(reply));
         return 0;
     };
-    const auto forget = [](void *data) { delete static_cast<Told *>(data); };
-    auto asked = std::make_unique<Told>(std::move(told));
+    // Also when the connection ends before an answer.
+    const auto forget = [](void *data) {
+        const std::unique_ptr<Asked> ended(static_cast<Asked *>(data));
+        if (ended->told)
+            tellNothing(*ended);
+    };
+    auto asked = std::make_unique<Asked>(Asked{std::move(told), self_, loop_});
     sd_bus_slot *slot = nullptr;
     // Another bus gives the same names to others.
     if (bus_->get() == sd_bus_message_get_bus(call) &&
@@ -188,10 +186,7 @@ void BusListener::identify(sd_bus_message *call, Told told) {
         [[maybe_unused]] const auto *kept = asked.release();
         return;
     }
-    loop_.post([self = std::weak_ptr(self_), unknown = std::move(*asked)] {
-        if (!self.expired())
-            unknown(std::nullopt);
-    });
+    tellNothing(*asked);
 }
 
 } // namespace tarn

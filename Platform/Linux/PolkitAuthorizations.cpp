@@ -1,12 +1,10 @@
 #include "Platform/Linux/PolkitAuthorizations.h"
 
 #include "Platform/Linux/BusConnection.h"
+#include "Platform/Linux/ProcessStart.h"
 
 #include <charconv>
 #include <chrono>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 #include <string_view>
 #include <unistd.h>
 
@@ -21,7 +19,8 @@ constexpr const char *authorityInterface = "org.freedesktop.PolicyKit1.Authority
 constexpr std::uint32_t allowUserInteraction = 1;
 constexpr std::uint32_t administratorRetained = 4; // "auth_admin_keep"
 
-constexpr std::chrono::seconds limit{2};
+// Twice, for the greeting and the call, and still less than clients wait for the daemon.
+constexpr std::chrono::milliseconds limit{900};
 constexpr std::chrono::minutes limitOfPerson{5};
 
 /// For one call: whoever asks may do so on any thread.
@@ -61,7 +60,6 @@ public:
         const bool mayAsk = (flags & AuthorizationFlags::interactionAllowed) != 0;
         Authority authority;
         const auto call = authority.newCall("CheckAuthorization");
-        // The identity is not read from /proc: the daemon does not see other users' processes there.
         // Whoever makes a handle of another process has compared it with the bus's word.
         if (!call ||
             sd_bus_message_append(call.get(), "(sa{sv})sa{ss}us", "unix-process", 3u, "pid", "u",
@@ -101,20 +99,8 @@ private:
 } // namespace
 
 std::optional<ProcessIdentity> currentProcess() {
-    std::ifstream file("/proc/self/stat");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    // The second field, a name in parentheses, may hold anything (proc(5)).
-    const auto nameEnd = text.rfind(')');
-    if (nameEnd == std::string::npos)
-        return std::nullopt;
-    std::istringstream rest(text.substr(nameEnd + 1));
-    std::string field;
-    for (int number = 3; number < 22; ++number)
-        rest >> field;
-    ProcessIdentity process{getpid(), 0, geteuid()};
-    if (!(rest >> process.startTime))
-        return std::nullopt;
-    return process;
+    const auto start = processStart(getpid());
+    return start ? std::optional(ProcessIdentity{getpid(), *start, geteuid()}) : std::nullopt;
 }
 
 Status PolkitAuthorizations::create(std::unique_ptr<AuthorizationReference> &reference) {

@@ -43,7 +43,7 @@ dispatch_block_t _Nullable blockOf(RemoteConnection::Handler handler) {
     };
 }
 
-/// Sends a call. A text that is not UTF-8 has no form as a string; it arrives as an empty one.
+/// Sends a call, whose texts are UTF-8.
 struct Sender {
     void operator()(const TarnXPCProtocol::Status &) const { [remote statusWithReply:data]; }
     void operator()(const TarnXPCProtocol::Pause &call) const {

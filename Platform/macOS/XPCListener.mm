@@ -5,6 +5,8 @@
 
 #import <Foundation/Foundation.h>
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -80,10 +82,15 @@ private:
 
 /// The other end of one connection.
 struct Peer {
+    Peer(std::weak_ptr<Connections> all, NSXPCConnection *itself, RemoteCaller who)
+        : connections(std::move(all)), connection(itself), caller(std::move(who)) {}
+
     std::weak_ptr<Connections> connections;
     /// Weak: the connection holds the exported object, and that this.
     __weak NSXPCConnection *connection;
     RemoteCaller caller;
+    /// Calls that wait for the main thread, where the service counts them.
+    mutable std::atomic<std::size_t> waiting{0};
 };
 
 /// Hands a call to the service. `send` answers it on the main thread; once the connection is gone the
@@ -93,7 +100,12 @@ void handOver(const std::shared_ptr<const Peer> &peer, TarnXPCProtocol::Call cal
     const auto connections = peer->connections.lock();
     if (!connections)
         return;
+    if (peer->waiting.fetch_add(1) >= RemoteService::mostCalls) {
+        [peer->connection invalidate];
+        return;
+    }
     connections->post([peer, call = std::move(call), send = std::move(send)](RemoteService &service) {
+        peer->waiting.fetch_sub(1);
         service.call(peer->caller, call, [peer, send](const RemoteAnswer &answer) {
             if (answer.refusal == RemoteAnswer::Refusal::none)
                 send(answer.bytes);
@@ -198,8 +210,8 @@ namespace Methods = tarn::TarnXPCProtocol;
 - (BOOL)listener:(NSXPCListener *)listener shouldAcceptNewConnection:(NSXPCConnection *)connection {
     const auto number = _connections->nextNumber();
     const std::weak_ptr<tarn::Connections> weak = _connections;
-    const auto peer =
-        std::make_shared<const tarn::Peer>(tarn::Peer{weak, connection, {std::to_string(number), true, {}}});
+    const auto peer = std::make_shared<const tarn::Peer>(
+        weak, connection, tarn::RemoteCaller{std::to_string(number), true, {}});
     [connection setExportedInterface:tarn::makeTarnXPCInterface()];
     [connection setExportedObject:[[TarnXPCExportedObject alloc] initWithPeer:peer]];
     [connection setInvalidationHandler:^{

@@ -1,4 +1,5 @@
 #include "TarnSystem/AdminAuthorization.h"
+
 #include "TarnSystem/Json.h"
 #include "TarnSystem/ProcessIdentity.h"
 
@@ -24,7 +25,11 @@ struct Handle final : AuthorizationReference {
         return call("copy " + name + " " + std::to_string(flags));
     }
     Status setRight(const std::string &name, const Value &definition, const std::string &text) override {
-        EXPECT_EQ(definition, AdminAuthorization::ruleDefinition());
+        EXPECT_EQ(
+            json::serialize(definition),
+            R"_({"class":"user","group":"admin","authenticate-user":true,"shared":true,"allow-root":true,)_"
+            R"_("session-owner":false,"timeout":300,"tries":3,"version":2,)_"
+            R"_("comment":"Tarnlink: Schutz vorübergehend aussetzen (Administrator erforderlich)"})_");
         return call("set " + name + " " + text);
     }
     Status makeExternalForm(std::string &bytes) override {

@@ -89,6 +89,7 @@ TEST_F(ClientTest, TheFirstOfReplyErrorAndTimeLimitEndsTheCall) {
     const auto time = [this] { actor.advance(5s); };
     const auto garbage = [this] { far.pending.back().reply("{"); };
     using Step = std::function<void()>;
+    TarnXPCClient *current = nullptr;
     const struct {
         std::vector<Step> steps;
         std::string end;
@@ -101,11 +102,13 @@ TEST_F(ClientTest, TheFirstOfReplyErrorAndTimeLimitEndsTheCall) {
         {{time, error, reply, reply}, timedOut},
         {{reply, reply, garbage}, "status good"},
         {{[this] { actor.advance(4999ms); }, reply}, "status good"},
-        {{time, [this] { client.invalidate(); }}, timedOut},
+        {{time, [&] { current->invalidate(); }}, timedOut},
+        {{[&] { current->invalidate(); }, error, time}, unavailable},
     };
     for (const auto &row : rows) {
         ends.clear();
         TarnXPCClient fresh(*this, actor);
+        current = &fresh;
         watch(fresh.status(5));
         EXPECT_THAT(ends, testing::IsEmpty());
         for (const auto &step : row.steps)
@@ -166,6 +169,7 @@ TEST_F(ClientTest, ALostConnectionIsMadeAnewByTheNextCall) {
     actor.advance(5s);
     watch(client.status(5));
     EXPECT_EQ(far.events.size(), 2u);
+    actor.advance(5s);
 }
 
 TEST_F(ClientTest, AfterInvalidationNothingReachesTheSystem) {
@@ -174,6 +178,7 @@ TEST_F(ClientTest, AfterInvalidationNothingReachesTheSystem) {
     EXPECT_THAT(far.events, ElementsAre("connect", "resume", "invalidate"));
     // The system's word for the call under way, as it comes then.
     far.pending.back().failed({"NSCocoaErrorDomain", 4099, ""});
+    EXPECT_THAT(ends, ElementsAre(unavailable));
     ends.clear();
     far.events.clear();
     watch(client.status(5));

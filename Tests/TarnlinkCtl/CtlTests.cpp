@@ -79,7 +79,8 @@ protected:
         InlineQueue queue;
         std::string output, complaints;
         Controller controller({client, actor, queue,
-                               [this] {
+                               [&](const std::string &right) {
+                                   daemon.calls += right.substr(right.rfind('.') + 1) + "?";
                                    if (authorizing)
                                        throw *authorizing;
                                    return std::string("form");
@@ -109,14 +110,15 @@ private:
 TEST_F(Ctl, CommandsBecomeCallsAndAnswersBecomeWords) {
     // Words, answer, exit status and calls, output, complaints.
     std::istringstream table(R"_(
-pause 15 | {"granted":true,"pausedUntil":"2026-01-02T12:15:00Z"} | 0 status;pause900form; | Paused for 15 minutes, until 14:15.
-pause 14.99 | {"granted":true,"pausedUntil":"2026-01-02T12:15:00Z"} | 0 status;pause899form; | Paused for 14.99 minutes, until 14:15.
-pause 600 | {"granted":true,"pausedUntil":"2026-01-02T12:15:00Z"} | 0 status;pause36000form; | Paused for 15 minutes, until 14:15.
-pause 1440 | {"granted":true,"pausedUntil":"2026-01-03T12:00:00Z"} | 0 status;pause86400form; | Paused for 1440 minutes, until 2026-01-03 14:00.
-pause 1 | {"granted":false,"code":"odd","message":"a\u001bb"} | 1 status;pause60form; |  | The pause was refused: odd (a\u001bb)
-pause 1 | {"granted":false,"code":"denied.admin"} | 1 status;pause60form; |  | Only an administrator may do that.
+pause 15 | {"granted":true,"pausedUntil":"2026-01-02T12:15:00Z"} | 0 status;pause?pause900form; | Paused for 15 minutes, until 14:15.
+pause 14.99 | {"granted":true,"pausedUntil":"2026-01-02T12:15:00Z"} | 0 status;pause?pause899form; | Paused for 14.99 minutes, until 14:15.
+pause 600 | {"granted":true,"pausedUntil":"2026-01-02T12:15:00Z"} | 0 status;pause?pause36000form; | Paused for 15 minutes, until 14:15.
+pause 1440 | {"granted":true,"pausedUntil":"2026-01-03T12:00:00Z"} | 0 status;pause?pause86400form; | Paused for 1440 minutes, until 2026-01-03 14:00.
+pause 1 | {"granted":false,"code":"odd","message":"a\u001bb"} | 1 status;pause?pause60form; |  | The pause was refused: odd (a\u001bb)
+pause 1 | {"granted":false,"code":"denied.admin"} | 1 status;pause?pause60form; |  | Only an administrator may do that.
 resume | {"granted":true,"code":"resumed"} | 0 resume; | The protection is in force again.
 resume | {"granted":false,"code":"notPaused"} | 0 resume; | There was no pause.
+resume | {"granted":false,"code":"denied.admin"} | 1 resume; |  | Only an administrator may do that.
 resume | {"granted":1} | 1 resume; |  | Failed to decode daemon response: granted: not a truth value
 set tethering-while-wired on | {"ok":true,"code":"saved"} | 0 wired+; | Tethering while wired is on.
 set tethering-dns-fix off | {"ok":false,"code":"managed"} | 1 dns-; |  | Tethering DNS fix is set by management.
@@ -145,14 +147,30 @@ status | !org.freedesktop.DBus.Error.ServiceUnknown | 3 status; |  | The Tarnlin
 TEST_F(Ctl, WithoutAnAuthorizationOnlyTheDaemonsRefusalIsTold) {
     using Error = AdminAuthorizationError;
     authorizing = Error(Error::Kind::denied, AuthorizationStatus::interactionNotAllowed);
-    EXPECT_EQ(run("pause 2", {R"({"granted":false,"code":"denied.noCredential"})"}),
-              "1 status;pause120-;||An administrator has to agree to that, and nobody can be asked here.;");
+    EXPECT_EQ(
+        run("pause 2", {R"({"granted":false,"code":"denied.noCredential"})"}),
+        "1 status;pause?pause120-;||An administrator has to agree to that, and nobody can be asked here.;");
+    EXPECT_EQ(run("resume", {R"({"granted":false,"code":"denied.noCredential"})"}),
+              "1 resume;manage?||An administrator has to agree to that, and nobody can be asked here.;");
     authorizing = Error(Error::Kind::cancelled);
-    EXPECT_EQ(run("pause 2", {}), "1 status;||" + authorizing->description() + ";");
+    EXPECT_EQ(run("pause 2", {}), "1 status;pause?||" + authorizing->description() + ";");
     isThere = false;
     EXPECT_EQ(run("pause 2", {"!org.freedesktop.DBus.Error.ServiceUnknown"}),
               "3 status;||The Tarnlink daemon is not available.;")
         << "before anybody is asked";
+}
+
+TEST_F(Ctl, WhoeverMayAuthenticateIsAskedOnce) {
+    const std::string pause = R"({"granted":false,"code":"denied.noCredential"})";
+    const std::string setting = R"({"ok":false,"code":"denied.noCredential"})";
+    const std::string noDiagnostics = "!com.veltrion.tarnlink.daemon.Error.NotAuthorized";
+    EXPECT_EQ(run("resume", {pause, R"({"granted":true,"code":"resumed"})"}),
+              "0 resume;manage?resume;|The protection is in force again.\n|");
+    EXPECT_EQ(run("set tethering-dns-fix on", {setting, R"({"ok":true,"code":"saved"})"}),
+              "0 dns+;manage?dns+;|Tethering DNS fix is on.\n|");
+    EXPECT_EQ(run("history", {noDiagnostics, "History:\n  one"}), "0 diagnostics;manage?diagnostics;|one\n|");
+    EXPECT_EQ(run("history", {noDiagnostics, noDiagnostics}).substr(0, 34),
+              "1 diagnostics;manage?diagnostics;|");
 }
 
 TEST_F(Ctl, WatchingTellsChangesAndTheDaemonsGoingAndComing) {

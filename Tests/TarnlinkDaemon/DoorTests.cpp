@@ -76,7 +76,7 @@ TEST_F(Door, EachMethodForEachKindOfCaller) {
     const struct {
         std::string method, granted, refused, unasked;
     } rows[] = {
-        {"Status", "wired", "wired", "wired"},
+        {"Status", "eth0 verified", "eth0 verified", "eth0 verified"},
         {"Resume", "notPaused", denied, noCredential},
         {"Diagnostics", "History:", "takes an administrator", "nobody can be asked"},
         {"SetTetheringWhileWired b true", "saved", denied, noCredential},
@@ -95,6 +95,39 @@ TEST_F(Door, EachMethodForEachKindOfCaller) {
             EXPECT_THAT(result.out + result.err, HasSubstr(wanted)) << user << ": " << row.method;
         }
     EXPECT_THAT(readFile("/run/lab/state/preferences.json"), HasSubstr(R"("TetheringWhileWired": "allow")"));
+}
+
+TEST_F(Door, WhoeverSitsInFrontMayManageAndWhoeverCanAuthenticateToo) {
+    start();
+    const auto calls = [] {
+        EventLoop loop;
+        BusConnector connector(loop);
+        TarnXPCClient client(connector, loop);
+        std::string codes;
+        const auto work = [&]() -> Task<void> {
+            const auto resumed = co_await client.resume(2);
+            const auto set = co_await client.setTetheringDNSFix(false, 2);
+            const auto text = co_await client.diagnostics(2);
+            const auto update = co_await client.updateStatus(2);
+            const auto paused = co_await client.pause(60, currentProcess()->externalForm(), 2);
+            codes = resumed.code + " " + set.code + " " + text.substr(0, 8) + " " + update.code + " " +
+                    paused.code;
+            loop.stop();
+        };
+        detach(work());
+        loop.run();
+        return codes;
+    };
+    EXPECT_EQ(as(dora, calls), "notPaused saved Tarnlink unsupported denied.noCredential");
+    lab().write("/etc/pam.d/polkit-1", "account required pam_permit.so\nauth required pam_permit.so\n");
+    const auto atTerminal = [&](const std::string &command) {
+        return run("carol", "script -qec '/run/lab/tarnlinkctl " + command + "' /dev/null");
+    };
+    for (const char *command : {"pause 1", "resume", "set tethering-dns-fix on", "history"}) {
+        const auto result = atTerminal(command);
+        EXPECT_EQ(result.status, 0) << command << ": " << result.out;
+        EXPECT_EQ(ctl("carol", command).status, 1) << command << ", without a terminal";
+    }
 }
 
 TEST_F(Door, APauseIsForWhomPolkitGrantsIt) {
@@ -192,13 +225,13 @@ TEST_F(Door, AClientBeyondItsLimitHarmsNobody) {
         }
     };
     for (int i = 0; i < 20; ++i)
-        detach(ask([&] { return greedy.resume(1); }));
+        detach(ask([&] { return greedy.resume(0.5); }));
     detach(ask([&] { return modest.status(1); }));
     loop.postAfter(2s, [&] { loop.stop(); });
     loop.run();
     signalPolkit("CONT");
     EXPECT_EQ(ends["answered"], 1u);
-    EXPECT_EQ(ends["Timed out after 1.0s waiting for the daemon."], 16u);
+    EXPECT_EQ(ends["Timed out after 0.5s waiting for the daemon."], 16u);
     EXPECT_EQ(ends["Daemon returned an error: Too many calls of this client are under way: 16."], 4u);
 }
 

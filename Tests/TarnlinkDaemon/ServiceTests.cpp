@@ -207,11 +207,15 @@ TEST_F(ServiceTest, APauseTakesTheCallersOwnAuthorization) {
         EXPECT_EQ(pause(process.externalForm()), "denied.admin");
     auto marked = form(7);
     marked.back() = 1;
-    for (const auto &bytes : {form(7).substr(1), form(7) + "x", marked, std::string(), std::string(32, '\0')})
+    for (const auto &bytes : {form(7).substr(1), form(7) + "x", marked, std::string(32, '\0')})
         EXPECT_EQ(pause(bytes), "denied.admin");
     EXPECT_EQ(code({":1.7", false, [](auto told) { told(std::nullopt); }}, Protocol::Pause{9, form(7)}),
               "denied.admin");
     EXPECT_TRUE(rights.asked.empty()) << "the system was asked about a forged claim";
+    RemoteCaller nobody{":1.7", false, [](auto) { ADD_FAILURE() << "the bus was asked"; }};
+    for (const std::size_t length : {1u, 31u, 33u, 100'000u})
+        EXPECT_EQ(code(nobody, Protocol::Pause{9, std::string(length, 'x')}), "denied.admin");
+    EXPECT_EQ(code(nobody, Protocol::Pause{9, std::string()}), "denied.noCredential");
 
     rights.statuses[AdminAuthorization::pauseRight] = AuthorizationStatus::interactionNotAllowed;
     EXPECT_EQ(pause(form(7)), "denied.noCredential");
@@ -228,6 +232,16 @@ TEST_F(ServiceTest, APauseTakesTheCallersOwnAuthorization) {
     EXPECT_EQ(result.argument, 2);
     EXPECT_EQ(result.pausedUntil, Date(1'800'000'090s));
     EXPECT_EQ(status().pausedUntil, result.pausedUntil);
+    // Whoever asked has gone by the time that it is judged.
+    daemon.resume();
+    authorizationQueue.isHeld = true;
+    answers.clear();
+    call(caller(7), Protocol::Pause{60, form(7)});
+    machine.moment.sinceBoot += 5001ms;
+    authorizationQueue.isHeld = false;
+    authorizationQueue.release();
+    EXPECT_EQ(codeOf(answers.at(0).bytes), "failed");
+    EXPECT_FALSE(status().pausedUntil);
     EXPECT_EQ(pause(form(7), 1e9), "granted");
     EXPECT_EQ(TarnXPCCoding::decoder().decode<PauseResult>(answers.at(0).bytes).argument, 240);
 }
@@ -249,6 +263,10 @@ TEST_F(ServiceTest, TheRestTakesTheManagingRight) {
         EXPECT_THAT(code(caller(7), Protocol::Diagnostics()), testing::StartsWith("refused: "));
     }
     EXPECT_FALSE(fs::exists(folder + "/machine"));
+    const std::string path(4097, 'p'), signature(4097, 's'), manifest(65537, 'm');
+    EXPECT_EQ(code(caller(7), Protocol::InstallUpdate{path}), "tooLong");
+    EXPECT_EQ(code(caller(7), Protocol::InstallVerifiedUpdate{"/p", manifest, "s"}), "tooLong");
+    EXPECT_EQ(code(caller(7), Protocol::InstallVerifiedUpdate{"/p", "m", signature}), "tooLong");
     // A program that the system let in by its signature needs nothing more, but for a pause.
     rights.asked.clear();
     const std::string codes[] = {"notPaused",  "saved", "saved", "unsupported", "handover.unsupported",

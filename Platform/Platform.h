@@ -11,16 +11,21 @@
 #include "TarnSystem/Log.h"
 #include "TarnSystem/MainActor.h"
 #include "TarnSystem/NetworkPreferences.h"
+#include "TarnSystem/PackageTool.h"
 #include "TarnSystem/Preferences.h"
 #include "TarnSystem/ProcessLauncher.h"
 #include "TarnSystem/SecureRandom.h"
 #include "TarnSystem/Supervisor.h"
 #include "TarnSystem/SystemClock.h"
+#include "TarnSystem/SystemVersion.h"
 #include "TarnSystem/SystemVisibility.h"
+#include "TarnSystem/UpdaterStarter.h"
+#include "TarnSystem/UserDefaults.h"
 #include "TarnSystem/WiFiClient.h"
 #include "TarnXPC/RemoteConnection.h"
 #include "TarnXPC/RemoteListener.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -62,6 +67,20 @@ public:
     virtual std::unique_ptr<RemoteListener> makeListener() = 0;
     /// Path of the folder in which the daemon keeps what must survive it; it need not be there yet.
     virtual std::string stateFolder() = 0;
+    /// Path of the folder in which the updater tells what became of an update. Only root writes there.
+    virtual std::string updaterFolder() = 0;
+    virtual UpdaterStarter &updaterStarter() = 0;
+    virtual PackageTool &packages() = 0;
+
+    /// What the menu application remembers for the user who runs this process.
+    virtual UserDefaults &userDefaults() = 0;
+    /// Of the running system: on macOS its own, on Linux the kernel's release (uname(2)).
+    virtual SystemVersion systemVersion() = 0;
+    /// The machine's; absent when it has none or does not show it to this process.
+    virtual std::optional<std::string> serialNumber() = 0;
+    /// Build number of the application installed at `appPath`; absent when there is none, or it does not say
+    /// a whole number.
+    virtual std::optional<std::int64_t> installedBuild(const std::string &appPath) = 0;
 
     /// Tells, before the first reading, which services an earlier run of this program disabled. A system
     /// that keeps such a state itself need not be told.

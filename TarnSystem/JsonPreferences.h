@@ -1,10 +1,10 @@
 #pragma once
 
+#include "TarnSystem/JsonFile.h"
 #include "TarnSystem/Log.h"
 #include "TarnSystem/Preferences.h"
 
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -20,7 +20,7 @@ namespace tarn {
 class JsonPreferences final : public Preferences {
 public:
     /// Paths from the strongest layer to the weakest; the last is the machine's.
-    JsonPreferences(std::vector<std::string> layers, Log &log);
+    JsonPreferences(const std::vector<std::string> &layers, Log &log);
 
     void refresh(const std::string &applicationID) override;
     std::optional<Value> copyAppValue(const std::string &key, const std::string &applicationID) override;
@@ -30,18 +30,11 @@ public:
     bool synchronizeMachine(const std::string &applicationID) override;
 
 private:
-    /// The layer's object; none when there is no file. `isDamaged` is set when there is one
-    /// that cannot be used.
-    std::optional<Value> readLayer(const std::string &path, bool &isDamaged);
-    void report(const std::string &message);
-
-    std::vector<std::string> paths_;
-    Log &log_;
+    std::vector<JsonFile> files_;
     bool isLoaded_ = false;
     std::vector<Value> layers_;
     Value managed_;
     Value::Dictionary unsaved_;
-    std::set<std::string> reported_;
 };
 
 } // namespace tarn

@@ -18,12 +18,13 @@ public:
         /// Its exit status; the number of the signal that ended it, if one did.
         std::int32_t status = 0;
         /// What it wrote to its standard error, byte for byte.
-        std::string standardError;
+        std::string standardError = {};
+        /// And to its standard output.
+        std::string standardOutput = {};
     };
 
     virtual ~ProcessLauncher() = default;
-    /// Runs the program at the path with these arguments. Its standard error is captured, its
-    /// standard output is the caller's.
+    /// Runs the program at the path with these arguments; what it writes is captured.
     virtual Result run(const std::string &path, const std::vector<std::string> &arguments) = 0;
 };
 

@@ -235,23 +235,39 @@ void DaemonService::change(bool (*isForced)(Preferences &), bool (*write)(Prefer
         });
 }
 
-void DaemonService::on(const RemoteCaller &caller, const TarnXPCProtocol::InstallUpdate &, Reply reply) {
-    manage<UpdateResult>(caller, std::move(reply), [](Reply go) {
-        go(answer(UpdateResult{false, "unsupported", "This daemon installs no updates.", {}}));
-    });
+void DaemonService::on(const RemoteCaller &caller, const TarnXPCProtocol::InstallUpdate &call, Reply reply) {
+    submit(caller, std::move(reply), call.pkgPath, std::nullopt, std::nullopt);
 }
 
-void DaemonService::on(const RemoteCaller &caller, const TarnXPCProtocol::InstallVerifiedUpdate &,
+void DaemonService::on(const RemoteCaller &caller, const TarnXPCProtocol::InstallVerifiedUpdate &call,
                        Reply reply) {
-    manage<UpdateResult>(caller, std::move(reply), [](Reply go) {
-        go(answer(UpdateResult{false, "handover.unsupported", "This daemon takes no manifest.", {}}));
-    });
+    submit(caller, std::move(reply), call.pkgPath, call.manifest, call.signature);
 }
 
 void DaemonService::on(const RemoteCaller &caller, const TarnXPCProtocol::UpdateStatus &, Reply reply) {
-    manage<UpdateResult>(caller, std::move(reply), [](Reply go) {
-        go(answer(UpdateResult{false, "unsupported", "This daemon installs no updates.", AppInfo::build}));
+    manage<UpdateResult>(caller, std::move(reply), [this](Reply go) {
+        ask([](UpdateRequests &updates) { return updates.status(); }, std::move(go));
     });
+}
+
+void DaemonService::submit(const RemoteCaller &caller, Reply reply, std::string pkgPath,
+                           std::optional<std::string> manifest, std::optional<std::string> signature) {
+    manage<UpdateResult>(
+        caller, std::move(reply),
+        [this, pkgPath = std::move(pkgPath), manifest = std::move(manifest),
+         signature = std::move(signature)](Reply go) {
+            if (services_.daemon.guard().config().dryRun)
+                return go(answer(UpdateResult{false, "dryRun", "This daemon changes nothing.", {}}));
+            ask([=](UpdateRequests &updates) { return updates.submit(pkgPath, manifest, signature); },
+                std::move(go));
+        });
+}
+
+void DaemonService::ask(std::function<UpdateResult(UpdateRequests &)> question, Reply reply) {
+    const auto result = std::make_shared<UpdateResult>();
+    services_.settingsQueue.run([result, question = std::move(question),
+                                 &updates = services_.updates] { *result = question(updates); },
+                                [result, reply = std::move(reply)] { reply(answer(*result)); });
 }
 
 template <class Record>

@@ -8,6 +8,7 @@
 #include "TarnXPC/Records.h"
 #include "TarnXPC/RemoteListener.h"
 #include "TarnlinkDaemon/Daemon.h"
+#include "TarnlinkDaemon/UpdateRequests.h"
 
 #include <chrono>
 #include <cstddef>
@@ -29,8 +30,8 @@ namespace tarn {
 /// "denied.noCredential" (nobody has authenticated, and nobody can be asked), "denied.admin" (refused).
 /// "failed" is also a pause that was judged too late. Of SettingResult: "saved", "managed" (management has
 /// set it), "overridden" (stored, but another setting counts more), "failed" (not stored), "dryRun" (this
-/// daemon changes nothing), and the two denied ones, which UpdateResult has as well, beside "tooLong",
-/// "unsupported" and "handover.unsupported".
+/// daemon changes nothing), and the two denied ones. UpdateResult has the last three as well, beside
+/// "tooLong" and those of UpdateRequests.
 ///
 /// Thread: main thread; what may block is done on the two queues.
 /// Ownership: the services must outlive this, and this every job that it gave to a queue.
@@ -47,6 +48,8 @@ public:
         /// Used on `settingsQueue` alone.
         Preferences &settings;
         WorkQueue &settingsQueue;
+        /// Used on `settingsQueue` alone.
+        UpdateRequests &updates;
     };
     /// Of arguments, in bytes; a call with more is refused.
     static constexpr std::size_t mostPathBytes = 4096;
@@ -73,8 +76,8 @@ private:
     void on(const RemoteCaller &caller, const TarnXPCProtocol::Diagnostics &, Reply reply);
     void on(const RemoteCaller &caller, const TarnXPCProtocol::SetTetheringWhileWired &call, Reply reply);
     void on(const RemoteCaller &caller, const TarnXPCProtocol::SetTetheringDNSFix &call, Reply reply);
-    void on(const RemoteCaller &caller, const TarnXPCProtocol::InstallUpdate &, Reply reply);
-    void on(const RemoteCaller &caller, const TarnXPCProtocol::InstallVerifiedUpdate &, Reply reply);
+    void on(const RemoteCaller &caller, const TarnXPCProtocol::InstallUpdate &call, Reply reply);
+    void on(const RemoteCaller &caller, const TarnXPCProtocol::InstallVerifiedUpdate &call, Reply reply);
     void on(const RemoteCaller &caller, const TarnXPCProtocol::UpdateStatus &, Reply reply);
 
     /// Whether an authorization that the caller has sent is its own and stands for the pausing right.
@@ -87,6 +90,9 @@ private:
     void manage(const RemoteCaller &caller, Reply reply, std::function<void(Reply)> go);
     void change(bool (*isForced)(Preferences &), bool (*write)(Preferences &, bool), bool value,
                 std::function<bool(const DaemonConfig &)> isInForce, Reply reply);
+    void submit(const RemoteCaller &caller, Reply reply, std::string pkgPath,
+                std::optional<std::string> manifest, std::optional<std::string> signature);
+    void ask(std::function<UpdateResult(UpdateRequests &)> question, Reply reply);
     PauseResult pause(double seconds);
     std::optional<Date> pausedUntil() const;
     const std::optional<VPNDetector::Tunnel> &tunnel(const Moment &now);

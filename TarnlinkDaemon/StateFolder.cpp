@@ -128,7 +128,8 @@ void DiskFolder::removeUnfinished() const {
         const bool isUnfinished =
             name.size() > 7 && name[name.size() - 7] == '.' &&
             (name.starts_with("journal.json.") || name.starts_with("pause.json.") ||
-             name.starts_with("history.jsonl.") || name.starts_with("preferences.json."));
+             name.starts_with("history.jsonl.") || name.starts_with("preferences.json.") ||
+             name.starts_with("update-request.json."));
         if (isUnfinished)
             unlinkat(dirfd(directory.get()), entry->d_name, 0);
     }

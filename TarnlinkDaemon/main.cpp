@@ -132,10 +132,18 @@ public:
                       .loadConfig =
                           [this] { return tarn::ConfigLoader::load(platform_.preferences(), arguments_); },
                   },
-                  std::move(options), [this](bool isUndone) {
+                  std::move(options),
+                  [this](bool isUndone) {
                       isUndone_ = isUndone;
                       platform_.mainActor().stop();
-                  }) {}
+                  }),
+          updates_({
+              .folder = folder,
+              .updaterFolder = platform_.updaterFolder(),
+              .starter = platform_.updaterStarter(),
+              .requestPath = platform_.stateFolder() + "/" + tarn::UpdateRequest::fileName,
+              .clock = platform_.clock(),
+          }) {}
 
     /// Returns whether everything was undone in the end.
     bool run(bool isServing) {
@@ -213,6 +221,7 @@ private:
     const std::unique_ptr<tarn::Preferences> settings_ = platform_.openPreferences();
     tarn::WorkerThread authorizationQueue_{platform_.mainActor()};
     tarn::WorkerThread settingsQueue_{platform_.mainActor()};
+    tarn::UpdateRequests updates_;
     tarn::DaemonService service_{{
         .daemon = daemon_,
         .clock = platform_.clock(),
@@ -222,6 +231,7 @@ private:
         .authorizationQueue = authorizationQueue_,
         .settings = *settings_,
         .settingsQueue = settingsQueue_,
+        .updates = updates_,
     }};
     const std::unique_ptr<tarn::RemoteListener> listener_ = platform_.makeListener();
 };

@@ -1,5 +1,6 @@
 #include "Platform/Linux/BusConnector.h"
 #include "Platform/Linux/BusListener.h"
+#include "Platform/Linux/DebianPackages.h"
 #include "Platform/Linux/DisabledServices.h"
 #include "Platform/Linux/EventLoop.h"
 #include "Platform/Linux/LinuxClock.h"
@@ -18,9 +19,14 @@
 #include "Platform/Linux/TerminalAgent.h"
 #include "Platform/Linux/UdpNetwork.h"
 #include "Platform/Platform.h"
+#include "TarnCore/Text.h"
+#include "TarnSystem/Files.h"
 #include "TarnSystem/JsonPreferences.h"
+#include "TarnSystem/JsonUserDefaults.h"
 
 #include <cstdlib>
+#include <sstream>
+#include <sys/utsname.h>
 #include <system_error>
 #include <utility>
 
@@ -38,18 +44,39 @@ std::string ownFolder() {
     return state.empty() ? "/var/lib/tarnlink" : state.substr(0, state.find(':'));
 }
 
-/// Managed over user over machine. A process without a home has no user's layer.
-std::vector<std::string> preferenceLayers() {
-    std::vector<std::string> layers = {"/etc/tarnlink/managed.json"};
+/// A file of the user's settings; empty for a process without a home.
+std::string userFile(const std::string &name) {
     const auto configuration = environment("XDG_CONFIG_HOME");
     const auto home = environment("HOME");
     // A relative path in the variable is to be ignored (freedesktop.org, basedir).
     if (configuration.starts_with('/'))
-        layers.push_back(configuration + "/tarnlink/preferences.json");
-    else if (!home.empty())
-        layers.push_back(home + "/.config/tarnlink/preferences.json");
+        return configuration + "/tarnlink/" + name;
+    return home.empty() ? "" : home + "/.config/tarnlink/" + name;
+}
+
+/// Managed over user over machine. A process without a home has no user's layer.
+std::vector<std::string> preferenceLayers() {
+    std::vector<std::string> layers = {"/etc/tarnlink/managed.json"};
+    if (const auto own = userFile("preferences.json"); !own.empty())
+        layers.push_back(own);
     layers.push_back(ownFolder() + "/preferences.json");
     return layers;
+}
+
+/// A unit of systemd looks out for the request (systemd.path(5)).
+class PathUnit final : public UpdaterStarter {
+public:
+    std::optional<std::string> start(const std::string &) override { return std::nullopt; }
+};
+
+/// A line of a small file, counted from 0, without its end; empty when there is none.
+std::string lineOf(const std::string &path, std::size_t number) {
+    std::istringstream lines(files::read(path, 4096).contents.value_or(""));
+    std::string line;
+    for (std::size_t i = 0; i <= number; ++i)
+        if (!std::getline(lines, line))
+            return {};
+    return line;
 }
 
 class LinuxPlatform final : public Platform {
@@ -78,6 +105,26 @@ public:
         return std::make_unique<BusListener>(loop_, log_);
     }
     std::string stateFolder() override { return ownFolder(); }
+    std::string updaterFolder() override { return "/var/lib/tarnlink-updater"; }
+    UpdaterStarter &updaterStarter() override { return updaterStarter_; }
+    PackageTool &packages() override { return packages_; }
+
+    UserDefaults &userDefaults() override { return userDefaults_; }
+    SystemVersion systemVersion() override {
+        utsname system{};
+        if (uname(&system) != 0)
+            return {};
+        // Such as "6.5.6-300.fc39": what follows the numbers is the distribution's.
+        const std::string_view release = system.release;
+        return SystemVersion::parse(release.substr(0, release.find_first_not_of("0123456789.")));
+    }
+    std::optional<std::string> serialNumber() override {
+        auto number = lineOf("/sys/class/dmi/id/product_serial", 0);
+        return number.empty() ? std::nullopt : std::optional(std::move(number));
+    }
+    std::optional<std::int64_t> installedBuild(const std::string &appPath) override {
+        return text::parseInteger(lineOf(appPath + "/VERSION", 1));
+    }
     void rememberDisabled(const std::vector<std::string> &serviceIDs) override {
         for (const auto &serviceID : serviceIDs)
             if (auto device = deviceForServiceID(serviceID))
@@ -110,11 +157,14 @@ private:
     LinuxLog log_;
     LinuxRandom random_;
     JsonPreferences preferences_{preferenceLayers(), log_};
+    JsonUserDefaults userDefaults_{userFile("menu.json"), log_};
     DisabledServices disabled_;
     LinuxNetwork network_{disabled_};
     LinuxWiFi wifi_{network_};
     LinuxKernelTables kernelTables_;
     LinuxProcessLauncher processes_;
+    PathUnit updaterStarter_;
+    DebianPackages packages_{processes_};
     LinuxInterfaceLookup lookup_;
     UdpNetwork datagrams_{loop_};
     ResourceStrings strings_;

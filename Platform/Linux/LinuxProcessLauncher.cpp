@@ -7,6 +7,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -14,11 +15,12 @@
 namespace tarn {
 namespace {
 
-/// The standard error into a descriptor, and signals as a program expects to find them.
+/// The two outputs into descriptors, and signals as a program expects to find them.
 class SpawnSettings {
 public:
-    explicit SpawnSettings(int standardError) {
+    SpawnSettings(int standardOutput, int standardError) {
         posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, standardOutput, STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, standardError, STDERR_FILENO);
         posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
         posix_spawnattr_init(&attributes);
@@ -64,19 +66,23 @@ std::int32_t waitForExit(pid_t process) {
 
 ProcessLauncher::Result LinuxProcessLauncher::run(const std::string &path,
                                                   const std::vector<std::string> &arguments) {
-    const auto failed = [](int error) { return Result{std::generic_category().message(error), -1, {}}; };
+    const auto failed = [](int error) { return Result{std::generic_category().message(error), -1}; };
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
         return failed(errno);
     const Descriptor readEnd(ends[0]);
     Descriptor writeEnd(ends[1]);
+    // A file takes all there is while the pipe is read.
+    const Descriptor output(memfd_create("output", MFD_CLOEXEC));
+    if (!output)
+        return failed(errno);
 
     // The system takes them as writable, and leaves them alone.
     std::vector<char *> words = {const_cast<char *>(path.c_str())};
     for (const auto &argument : arguments)
         words.push_back(const_cast<char *>(argument.c_str()));
     words.push_back(nullptr);
-    const SpawnSettings settings(writeEnd.get());
+    const SpawnSettings settings(output.get(), writeEnd.get());
     pid_t process = 0;
     if (const int error = posix_spawn(&process, path.c_str(), &settings.actions, &settings.attributes,
                                       words.data(), environ);
@@ -88,6 +94,8 @@ ProcessLauncher::Result LinuxProcessLauncher::run(const std::string &path,
     // To the end first: a program that waits for room in the pipe never exits.
     result.standardError = readToEnd(readEnd.get());
     result.status = waitForExit(process);
+    lseek(output.get(), 0, SEEK_SET);
+    result.standardOutput = readToEnd(output.get());
     return result;
 }
 

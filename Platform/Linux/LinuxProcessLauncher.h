@@ -4,8 +4,8 @@
 
 namespace tarn {
 
-/// Spawns them without a shell. They inherit the environment and the three standard streams but the
-/// error, nothing else, and handle signals in the default way.
+/// Spawns them without a shell. They inherit the environment and the standard input, nothing else, and
+/// handle signals in the default way.
 class LinuxProcessLauncher final : public ProcessLauncher {
 public:
     Result run(const std::string &path, const std::vector<std::string> &arguments) override;

@@ -12,10 +12,14 @@
 #include "Platform/macOS/MacHostEvents.h"
 #include "Platform/macOS/MacInterfaceLookup.h"
 #include "Platform/macOS/MacKernelTables.h"
+#include "Platform/macOS/MacMachine.h"
 #include "Platform/macOS/MacNetworkPreferences.h"
+#include "Platform/macOS/MacPackages.h"
 #include "Platform/macOS/MacProcessLauncher.h"
 #include "Platform/macOS/MacSecureRandom.h"
 #include "Platform/macOS/MacSystemClock.h"
+#include "Platform/macOS/MacUpdaterStarter.h"
+#include "Platform/macOS/MacUserDefaults.h"
 #include "Platform/macOS/UnifiedLog.h"
 #include "Platform/macOS/XPCConnector.h"
 #include "Platform/macOS/XPCListener.h"
@@ -60,6 +64,20 @@ public:
         return std::make_unique<XPCListener>(mainActor_, log_);
     }
     std::string stateFolder() override { return "/Library/Application Support/Tarnlink"; }
+    std::string updaterFolder() override { return "/Library/Application Support/Tarnlink Updater"; }
+    UpdaterStarter &updaterStarter() override { return updaterStarter_; }
+    PackageTool &packages() override { return packages_; }
+
+    UserDefaults &userDefaults() override {
+        if (!userDefaults_)
+            userDefaults_ = std::make_unique<MacUserDefaults>(log_);
+        return *userDefaults_;
+    }
+    SystemVersion systemVersion() override { return macSystemVersion(); }
+    std::optional<std::string> serialNumber() override { return macSerialNumber(); }
+    std::optional<std::int64_t> installedBuild(const std::string &appPath) override {
+        return macInstalledBuild(appPath);
+    }
 
     void rememberDisabled(const std::vector<std::string> &) override {}
     std::unique_ptr<DynamicStore> openDynamicStore(const std::string &clientName) override {
@@ -86,9 +104,13 @@ private:
     UnifiedLog log_;
     MacSecureRandom random_;
     CFPreferences preferences_;
+    /// Since they were asked for: the daemon has no user.
+    std::unique_ptr<MacUserDefaults> userDefaults_;
     CoreWLANClient wifi_;
     MacKernelTables kernelTables_;
     MacProcessLauncher processes_;
+    MacUpdaterStarter updaterStarter_;
+    MacPackages packages_{processes_};
     MacInterfaceLookup interfaceLookup_;
     MacDatagramNetwork datagrams_;
     BundleStrings strings_;

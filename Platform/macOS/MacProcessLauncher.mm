@@ -3,6 +3,7 @@
 #include "Platform/macOS/FoundationText.h"
 
 #import <Foundation/Foundation.h>
+#import <dispatch/dispatch.h>
 
 #include <cerrno>
 #include <system_error>
@@ -31,20 +32,27 @@ ProcessLauncher::Result MacProcessLauncher::run(const std::string &path,
             [words addObject:word];
         }
         NSTask *task = [[NSTask alloc] init];
-        NSPipe *pipe = [NSPipe pipe];
+        NSPipe *errors = [NSPipe pipe];
+        NSPipe *output = [NSPipe pipe];
         [task setExecutableURL:[NSURL fileURLWithPath:file]];
         [task setArguments:words];
-        [task setStandardError:pipe];
+        [task setStandardError:errors];
+        [task setStandardOutput:output];
         NSError *error = nil;
         if (![task launchAndReturnError:&error])
             return failed(utf8Text(error.localizedDescription));
 
         Result result;
-        // To the end first: a program that waits for room in the pipe never exits. The task has closed
-        // this process's end for writing.
-        NSData *written = [pipe.fileHandleForReading readDataToEndOfFileAndReturnError:nil];
-        if (written)
-            result.standardError.assign(static_cast<const char *>(written.bytes), written.length);
+        // To the end first, and both at once: a program that waits for room in a pipe never exits. The task
+        // has closed this process's ends for writing.
+        __block NSData *written = nil;
+        dispatch_group_t reading = dispatch_group_create();
+        dispatch_group_async(reading, dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
+            written = [output.fileHandleForReading readDataToEndOfFileAndReturnError:nil];
+        });
+        result.standardError = bytesOf([errors.fileHandleForReading readDataToEndOfFileAndReturnError:nil]);
+        dispatch_group_wait(reading, DISPATCH_TIME_FOREVER);
+        result.standardOutput = bytesOf(written);
         [task waitUntilExit];
         result.status = task.terminationStatus;
         return result;

@@ -2,12 +2,14 @@
 
 #include "Support/Words.h"
 #include "TarnSystem/Json.h"
+#include "TarnSystem/JsonUserDefaults.h"
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +18,7 @@ namespace tarn {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 /// The text as it is written again, or where it is wrong: "LINE:COLUMN".
@@ -176,6 +179,39 @@ TEST_F(JsonPreferencesTest, CrashWhileWritingLeavesTheOldFileWhole) {
         EXPECT_TRUE(store(preferences, large)) << "it stands in the way";
         EXPECT_EQ(value("New").size(), 100002U);
     }
+}
+
+TEST_F(JsonPreferencesTest, UserDefaultsKeepTheirTypes) {
+    const std::string bytes("\0\xFF\n", 3);
+    const auto moment = Date(std::chrono::sys_days(std::chrono::year(2026) / 1 / 2)) + 1500ms;
+    write(user, R"({"Other": [1], "D": "x"})");
+    JsonUserDefaults(user + "/lost", log).setInteger("I", 1);
+    EXPECT_EQ(std::exchange(log.lines, {}).size(), 1U) << "below a file";
+    JsonUserDefaults writer(user, log);
+    writer.setBoolean("B", true);
+    writer.setInteger("I", std::numeric_limits<std::int64_t>::max());
+    writer.setString("S", "\u00e4");
+    writer.setDate("T", moment);
+    writer.setData("D", bytes);
+    writer.setInteger("R", 1);
+    writer.remove("R");
+    for (JsonUserDefaults reader(user, log); auto *defaults : {&writer, &reader}) {
+        EXPECT_EQ(defaults->boolean("B"), true);
+        EXPECT_EQ(defaults->integer("I"), std::numeric_limits<std::int64_t>::max());
+        EXPECT_EQ(defaults->string("S"), "\u00e4");
+        EXPECT_EQ(defaults->date("T"), moment - 500ms);
+        EXPECT_EQ(defaults->data("D"), bytes);
+        EXPECT_FALSE(defaults->integer("R") || defaults->boolean("I") || defaults->integer("B") ||
+                     defaults->string("Other") || defaults->date("S") || defaults->data("T"));
+    }
+    EXPECT_NE(read(user).find("Other"), std::string::npos);
+    EXPECT_TRUE(log.lines.empty());
+    write(user, "{");
+    JsonUserDefaults damaged(user, log);
+    EXPECT_FALSE(damaged.boolean("B") || damaged.integer("I"));
+    EXPECT_EQ(log.lines.size(), 1U);
+    damaged.setBoolean("B", true);
+    EXPECT_EQ(read(user), "{");
 }
 
 } // namespace

@@ -81,9 +81,10 @@ TEST_F(Door, EachMethodForEachKindOfCaller) {
         {"Diagnostics", "History:", "takes an administrator", "nobody can be asked"},
         {"SetTetheringWhileWired b true", "saved", denied, noCredential},
         {"SetTetheringDNSFix b true", "saved", denied, noCredential},
-        {"InstallUpdate s /p", "unsupported", denied, noCredential},
-        {"InstallVerifiedUpdate says /p 1 0 x", "handover.unsupported", denied, noCredential},
-        {"UpdateStatus", "unsupported", denied, noCredential},
+        {"UpdateStatus", "idle", denied, noCredential},
+        // Handed over the first time, and under way the second.
+        {"InstallUpdate s /p", "update ", denied, noCredential},
+        {"InstallVerifiedUpdate says /p 1 0 x", "busy", denied, noCredential},
         // Nobody's authorization, and then one that is not the caller's.
         {"Pause day 60 0", noCredential, noCredential, noCredential},
         {"Pause day 60 3 1 2 3", denied, denied, denied},
@@ -118,7 +119,7 @@ TEST_F(Door, WhoeverSitsInFrontMayManageAndWhoeverCanAuthenticateToo) {
         loop.run();
         return codes;
     };
-    EXPECT_EQ(as(dora, calls), "notPaused saved Tarnlink unsupported denied.noCredential");
+    EXPECT_EQ(as(dora, calls), "notPaused saved Tarnlink idle denied.noCredential");
     lab().write("/etc/pam.d/polkit-1", "account required pam_permit.so\nauth required pam_permit.so\n");
     const auto atTerminal = [&](const std::string &command) {
         return run("carol", "script -qec '/run/lab/tarnlinkctl " + command + "' /dev/null");

@@ -2,6 +2,8 @@
 
 #include "Support/ManualActor.h"
 #include "TarnSystem/ConfigLoader.h"
+#include "TarnSystem/Files.h"
+#include "TarnSystem/Json.h"
 #include "TarnSystem/JsonPreferences.h"
 #include "TarnXPC/DiagnosticsText.h"
 #include "TarnXPC/TarnXPCCoding.h"
@@ -29,9 +31,12 @@ struct Machine : SystemClock,
                  TrafficCounting,
                  NetworkReading,
                  Switching,
-                 KernelTables {
+                 KernelTables,
+                 UpdaterStarter {
     Moment moment{100s, 1'800'000'000s};
     std::vector<KernelTables::InterfaceAddress> addresses;
+    std::optional<std::string> startError;
+    std::string started;
 
     Moment now() override { return moment; }
     std::string bootID() override { return "boot"; }
@@ -62,6 +67,10 @@ struct Machine : SystemClock,
     std::optional<ByteCounts> byteCounts(const std::string &) override { return std::nullopt; }
     std::vector<Process> processes() override { return {}; }
     std::int32_t sendSignal(std::int32_t, std::int32_t) override { return 0; }
+    std::optional<std::string> start(const std::string &request) override {
+        started = request;
+        return startError;
+    }
 };
 
 /// Runs each job at once, or holds them all back.
@@ -179,8 +188,10 @@ protected:
     Rights rights;
     AdminAuthorization pausing{rights, machine};
     AdminAuthorization managing{rights, machine, AdminAuthorization::manageRight};
+    const std::string requestPath = folder + "/state/update-request.json";
+    UpdateRequests updates{{state, folder + "/updater", machine, requestPath, machine}};
     DaemonService service{
-        {daemon, machine, machine, pausing, managing, authorizationQueue, settings, settingsQueue}};
+        {daemon, machine, machine, pausing, managing, authorizationQueue, settings, settingsQueue, updates}};
     std::vector<RemoteAnswer> answers;
 };
 
@@ -269,8 +280,7 @@ TEST_F(ServiceTest, TheRestTakesTheManagingRight) {
     EXPECT_EQ(code(caller(7), Protocol::InstallVerifiedUpdate{"/p", "m", signature}), "tooLong");
     // A program that the system let in by its signature needs nothing more, but for a pause.
     rights.asked.clear();
-    const std::string codes[] = {"notPaused",  "saved", "saved", "unsupported", "handover.unsupported",
-                                 "unsupported"};
+    const std::string codes[] = {"notPaused", "saved", "saved", "accepted", "busy", "accepted"};
     for (std::size_t i = 0; i < std::size(all); ++i)
         EXPECT_EQ(code(signedCaller(), all[i]), codes[i]);
     EXPECT_TRUE(rights.asked.empty());
@@ -311,6 +321,55 @@ TEST_F(ServiceTest, SettingsCountAtOnceUnlessSomebodyElseSetsThem) {
     daemon.reloadConfig();
     EXPECT_EQ(set(true, false), "dryRun dryRun");
     EXPECT_FALSE(fs::exists(folder + "/machine"));
+}
+
+TEST_F(ServiceTest, UpdatesArePassedOnAndTheirOutcomesTold) {
+    const auto install = [this] { return code(signedCaller(), Protocol::InstallUpdate{"/p"}); };
+    const auto outcome = [this] { return code(signedCaller(), Protocol::UpdateStatus()); };
+    const auto both = [&] {
+        const auto told = outcome();
+        return told + " " + install();
+    };
+    const auto request = [this] {
+        return UpdateRequest::decode(std::get<Value>(json::parse(*files::read(requestPath, 9999).contents)));
+    };
+    const auto tell = [this](const UpdateOutcome &told) {
+        files::replace(folder + "/updater/update-outcome.json", json::serialize(told.encoded()));
+    };
+    EXPECT_EQ(outcome(), "idle");
+    EXPECT_EQ(code(signedCaller(), Protocol::InstallVerifiedUpdate{"/p", "m\xff\r\n", "s"}), "accepted");
+    EXPECT_EQ(machine.started, requestPath);
+    const auto first = request();
+    EXPECT_EQ(first, (UpdateRequest{first.id, "/p", "m\xff\r\n", "s"}));
+    tell({"0", true, "installed"});
+    EXPECT_EQ(both(), "accepted busy") << "an outcome of another request";
+    tell({first.id, true, "installing"});
+    fs::remove(requestPath);
+    EXPECT_EQ(both(), "installing busy");
+    machine.moment.sinceBoot += 15min;
+    EXPECT_EQ(outcome(), "updater.silent") << "killed in the middle";
+    tell({first.id, true, "installed", "words", 152});
+    EXPECT_EQ(outcome(), "installed");
+    EXPECT_EQ(TarnXPCCoding::decoder().decode<UpdateResult>(answers[0].bytes),
+              (UpdateResult{true, "installed", "words", 152}));
+
+    EXPECT_EQ(install(), "accepted");
+    EXPECT_NE(request().id, first.id);
+    machine.moment.sinceBoot += 15min;
+    EXPECT_EQ(both(), "updater.silent accepted") << "nobody waits for ever";
+    fs::remove(requestPath);
+    EXPECT_EQ(outcome(), "updater.silent") << "it was taken, and nothing told";
+    tell({"0", false, std::string(70'000, 'x')});
+    EXPECT_EQ(outcome(), "updater.unreadable");
+    machine.startError = "no such program";
+    EXPECT_EQ(install(), "updater.start");
+    EXPECT_FALSE(fs::exists(requestPath));
+    fs::remove_all(folder + "/state");
+    write("state", "no folder");
+    EXPECT_EQ(install(), "failed");
+    arguments.emplace_back("--dry-run");
+    daemon.reloadConfig();
+    EXPECT_EQ(install(), "dryRun");
 }
 
 TEST_F(ServiceTest, NobodyHasMoreThanSixteenCallsUnderWay) {

@@ -14,6 +14,7 @@
 #include "TarnSystem/PackageTool.h"
 #include "TarnSystem/Preferences.h"
 #include "TarnSystem/ProcessLauncher.h"
+#include "TarnSystem/RecentLog.h"
 #include "TarnSystem/SecureRandom.h"
 #include "TarnSystem/Supervisor.h"
 #include "TarnSystem/SystemClock.h"
@@ -43,6 +44,7 @@ public:
 
     virtual MainActor &mainActor() = 0;
     virtual Log &log() = 0;
+    virtual RecentLog &recentLog() = 0;
     virtual SecureRandom &random() = 0;
     virtual Preferences &preferences() = 0;
     /// The same settings for whoever changes them. May be opened and used on any one thread.
@@ -74,6 +76,9 @@ public:
 
     /// What the menu application remembers for the user who runs this process.
     virtual UserDefaults &userDefaults() = 0;
+    /// Path of a folder of the user who runs this process, for what can be had again; it need not be there
+    /// yet.
+    virtual std::string cacheFolder() = 0;
     /// Of the running system: on macOS its own, on Linux the kernel's release (uname(2)).
     virtual SystemVersion systemVersion() = 0;
     /// The machine's; absent when it has none or does not show it to this process.

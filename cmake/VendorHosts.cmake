@@ -6,7 +6,7 @@ else()
   set(defaultDownloadHost linux.download.veltrion.example)
 endif()
 set(TARNLINK_DOWNLOAD_HOST ${defaultDownloadHost} CACHE STRING "Host that update manifests come from")
-set(TARNLINK_SUPPORT_HOST support.veltrion.example CACHE STRING "Host of the release notes")
+set(TARNLINK_SUPPORT_HOST support.veltrion.example CACHE STRING "Host of the release notes and of the support page")
 
 foreach(host TARNLINK_DOWNLOAD_HOST TARNLINK_SUPPORT_HOST)
   if(NOT ${host} MATCHES "^[a-z0-9]([a-z0-9-]*[a-z0-9])?(\\.[a-z0-9]([a-z0-9-]*[a-z0-9])?)+$")

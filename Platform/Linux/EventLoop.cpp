@@ -126,6 +126,23 @@ void EventLoop::run() {
         check(sd_event_run(event_, UINT64_MAX), "sd_event_run");
 }
 
+bool EventLoop::prepare() {
+    // A wait of no length leaves the loop as it was, but with its timers set in the kernel.
+    if (sd_event_get_state(event_) == SD_EVENT_INITIAL) {
+        const int due = sd_event_prepare(event_);
+        check(due, "sd_event_prepare");
+        if (due == 0)
+            check(sd_event_wait(event_, 0), "sd_event_wait");
+    }
+    return sd_event_get_state(event_) == SD_EVENT_PENDING;
+}
+
+bool EventLoop::dispatch() {
+    if (prepare())
+        check(sd_event_dispatch(event_), "sd_event_dispatch");
+    return !std::exchange(isStopping_, false);
+}
+
 void EventLoop::stop() {
     if (isCurrent())
         isStopping_ = true;

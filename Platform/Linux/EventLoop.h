@@ -31,6 +31,13 @@ public:
     /// source is destroyed, which `ready` itself must not do. Throws std::system_error.
     LoopSource whenReadable(int descriptor, std::function<void()> &ready);
 
+    /// For a loop that waits for this one's descriptor (sd_event_get_fd(3)) in its stead; to be called
+    /// before each wait. Returns whether something is due already. Throws std::system_error.
+    bool prepare();
+    /// Runs one thing that is due, if there is one, without blocking; false once stop() was called, as
+    /// run() would return then. Does nothing from inside itself. Throws std::system_error.
+    bool dispatch();
+
     bool isCurrent() const override { return std::this_thread::get_id() == thread_; }
     TimePoint now() const override { return std::chrono::steady_clock::now(); }
     void post(Job job) override;

@@ -3,6 +3,7 @@
 #include "Platform/Linux/DebianPackages.h"
 #include "Platform/Linux/DisabledServices.h"
 #include "Platform/Linux/EventLoop.h"
+#include "Platform/Linux/JournalLog.h"
 #include "Platform/Linux/LinuxClock.h"
 #include "Platform/Linux/LinuxHostEvents.h"
 #include "Platform/Linux/LinuxKernelTables.h"
@@ -28,6 +29,7 @@
 #include <sstream>
 #include <sys/utsname.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace tarn {
@@ -52,6 +54,16 @@ std::string userFile(const std::string &name) {
     if (configuration.starts_with('/'))
         return configuration + "/tarnlink/" + name;
     return home.empty() ? "" : home + "/.config/tarnlink/" + name;
+}
+
+/// Where the user's programs keep what can be had again; below the system's temporary files for a process
+/// without a home.
+std::string userCache() {
+    const auto cache = environment("XDG_CACHE_HOME");
+    const auto home = environment("HOME");
+    if (cache.starts_with('/'))
+        return cache + "/tarnlink";
+    return home.empty() ? "/tmp/tarnlink-" + std::to_string(geteuid()) : home + "/.cache/tarnlink";
 }
 
 /// Managed over user over machine. A process without a home has no user's layer.
@@ -83,6 +95,7 @@ class LinuxPlatform final : public Platform {
 public:
     MainActor &mainActor() override { return loop_; }
     Log &log() override { return log_; }
+    RecentLog &recentLog() override { return recentLog_; }
     SecureRandom &random() override { return random_; }
     Preferences &preferences() override { return preferences_; }
     std::unique_ptr<Preferences> openPreferences() override {
@@ -110,6 +123,7 @@ public:
     PackageTool &packages() override { return packages_; }
 
     UserDefaults &userDefaults() override { return userDefaults_; }
+    std::string cacheFolder() override { return userCache(); }
     SystemVersion systemVersion() override {
         utsname system{};
         if (uname(&system) != 0)
@@ -163,6 +177,7 @@ private:
     LinuxWiFi wifi_{network_};
     LinuxKernelTables kernelTables_;
     LinuxProcessLauncher processes_;
+    JournalLog recentLog_{processes_};
     PathUnit updaterStarter_;
     DebianPackages packages_{processes_};
     LinuxInterfaceLookup lookup_;

@@ -62,11 +62,33 @@ std::int32_t waitForExit(pid_t process) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
 }
 
+/// Its number, or an error number in `error`.
+pid_t start(const std::string &path, const std::vector<std::string> &arguments, const SpawnSettings &settings,
+            int &error) {
+    // The system takes them as writable, and leaves them alone.
+    std::vector<char *> words = {const_cast<char *>(path.c_str())};
+    for (const auto &argument : arguments)
+        words.push_back(const_cast<char *>(argument.c_str()));
+    words.push_back(nullptr);
+    pid_t process = 0;
+    error =
+        posix_spawn(&process, path.c_str(), &settings.actions, &settings.attributes, words.data(), environ);
+    return process;
+}
+
+ProcessLauncher::Result failed(int error) {
+    return {std::generic_category().message(error), -1};
+}
+
+std::string readFromStart(int file) {
+    lseek(file, 0, SEEK_SET);
+    return readToEnd(file);
+}
+
 } // namespace
 
 ProcessLauncher::Result LinuxProcessLauncher::run(const std::string &path,
                                                   const std::vector<std::string> &arguments) {
-    const auto failed = [](int error) { return Result{std::generic_category().message(error), -1}; };
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
         return failed(errno);
@@ -77,16 +99,9 @@ ProcessLauncher::Result LinuxProcessLauncher::run(const std::string &path,
     if (!output)
         return failed(errno);
 
-    // The system takes them as writable, and leaves them alone.
-    std::vector<char *> words = {const_cast<char *>(path.c_str())};
-    for (const auto &argument : arguments)
-        words.push_back(const_cast<char *>(argument.c_str()));
-    words.push_back(nullptr);
-    const SpawnSettings settings(output.get(), writeEnd.get());
-    pid_t process = 0;
-    if (const int error = posix_spawn(&process, path.c_str(), &settings.actions, &settings.attributes,
-                                      words.data(), environ);
-        error != 0)
+    int error = 0;
+    const auto process = start(path, arguments, SpawnSettings(output.get(), writeEnd.get()), error);
+    if (error != 0)
         return failed(error);
     // The end comes when no writer is left.
     writeEnd = Descriptor();
@@ -94,8 +109,22 @@ ProcessLauncher::Result LinuxProcessLauncher::run(const std::string &path,
     // To the end first: a program that waits for room in the pipe never exits.
     result.standardError = readToEnd(readEnd.get());
     result.status = waitForExit(process);
-    lseek(output.get(), 0, SEEK_SET);
-    result.standardOutput = readToEnd(output.get());
+    result.standardOutput = readFromStart(output.get());
+    return result;
+}
+
+ProcessLauncher::Result LinuxProcessLauncher::runMerged(const std::string &path,
+                                                        const std::vector<std::string> &arguments) {
+    const Descriptor output(memfd_create("output", MFD_CLOEXEC));
+    if (!output)
+        return failed(errno);
+    int error = 0;
+    const auto process = start(path, arguments, SpawnSettings(output.get(), output.get()), error);
+    if (error != 0)
+        return failed(error);
+    Result result;
+    result.status = waitForExit(process);
+    result.standardOutput = readFromStart(output.get());
     return result;
 }
 

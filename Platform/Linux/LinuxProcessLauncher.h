@@ -9,6 +9,8 @@ namespace tarn {
 class LinuxProcessLauncher final : public ProcessLauncher {
 public:
     Result run(const std::string &path, const std::vector<std::string> &arguments) override;
+    /// The same with both outputs in `standardOutput`, in the order written.
+    Result runMerged(const std::string &path, const std::vector<std::string> &arguments);
 };
 
 } // namespace tarn

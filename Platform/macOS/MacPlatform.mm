@@ -21,9 +21,11 @@
 #include "Platform/macOS/MacUpdaterStarter.h"
 #include "Platform/macOS/MacUserDefaults.h"
 #include "Platform/macOS/UnifiedLog.h"
+#include "Platform/macOS/UnifiedLogReader.h"
 #include "Platform/macOS/XPCConnector.h"
 #include "Platform/macOS/XPCListener.h"
 #include "TarnCore/ApplicationID.h"
+#include "TarnXPC/TarnXPC.h"
 
 #import <Foundation/Foundation.h>
 
@@ -44,6 +46,7 @@ class MacPlatform final : public Platform {
 public:
     MainActor &mainActor() override { return mainActor_; }
     Log &log() override { return log_; }
+    RecentLog &recentLog() override { return recentLog_; }
     SecureRandom &random() override { return random_; }
     Preferences &preferences() override { return preferences_; }
     std::unique_ptr<Preferences> openPreferences() override { return std::make_unique<CFPreferences>(); }
@@ -72,6 +75,9 @@ public:
         if (!userDefaults_)
             userDefaults_ = std::make_unique<MacUserDefaults>(log_);
         return *userDefaults_;
+    }
+    std::string cacheFolder() override {
+        return std::string(NSHomeDirectory().UTF8String) + "/Library/Caches/" + TarnXPC::clientIdentifier;
     }
     SystemVersion systemVersion() override { return macSystemVersion(); }
     std::optional<std::string> serialNumber() override { return macSerialNumber(); }
@@ -102,6 +108,7 @@ public:
 
 private:
     UnifiedLog log_;
+    UnifiedLogReader recentLog_;
     MacSecureRandom random_;
     CFPreferences preferences_;
     /// Since they were asked for: the daemon has no user.

@@ -84,23 +84,20 @@ std::size_t placeholders(const std::string &text) {
     return count;
 }
 
-TEST(Resources, EveryLanguageHasEveryTextAndNoOther) {
+TEST(Resources, EveryLanguageSaysEveryStatus) {
     for (const std::string language : {"en", "de"}) {
         SCOPED_TRACE(language);
         std::ifstream file(RESOURCES_FOLDER "/" + language + ".lproj/Localizable.strings");
         const auto table = StringTable::parse(std::string(std::istreambuf_iterator<char>(file), {}));
         ASSERT_TRUE(table);
-        auto texts = table->entries();
         for (const auto &row : statuses) {
             const StatusPresentation shown(row.status);
             for (const auto &key : {shown.titleKey, shown.detailKey, shown.accessibilityKey}) {
-                EXPECT_FALSE(texts[key].empty()) << key;
-                EXPECT_EQ(placeholders(texts[key]),
+                EXPECT_NE(table->localized(key), key);
+                EXPECT_EQ(placeholders(table->localized(key)),
                           key == shown.detailKey ? shown.detailArguments.size() : 0);
-                texts.erase(key);
             }
         }
-        EXPECT_TRUE(texts.empty()) << texts.begin()->first << " is not used";
     }
 }
 

@@ -120,6 +120,10 @@ TEST(LinuxProcessLauncher, ChildrenInheritNeitherSignalsNorDescriptors) {
     // ls opens the folder as 3.
     const auto listed = LinuxProcessLauncher().run("/bin/sh", {"-c", "exec ls /proc/self/fd >&2"});
     EXPECT_EQ(listed.standardError, "0\n1\n2\n3\n");
+    const auto merged =
+        LinuxProcessLauncher().runMerged("/bin/sh", {"-c", "echo 1; echo 2 >&2; echo 3; exit 4"});
+    EXPECT_EQ(merged.standardOutput + std::to_string(merged.status), "1\n2\n3\n4");
+    EXPECT_EQ(LinuxProcessLauncher().runMerged("/none", {}).launchError, "No such file or directory");
 }
 
 } // namespace

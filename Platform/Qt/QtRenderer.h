@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Platform/Qt/QtDesktop.h"
+#include "Platform/Qt/QtLoop.h"
+#include "Platform/Qt/TrayItem.h"
+#include "Platform/Qt/ViewWindow.h"
+#include "TarnlinkMenu/Renderer.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace tarn {
+
+/// The windows in Qt Widgets, and the tray item that opens them. Where the desktop has no tray, the menu is a
+/// window that opens by itself, and again at each further launch.
+class QtRenderer final : public Renderer {
+public:
+    /// Needs a display. `loop` must outlive this; it is served inside run().
+    QtRenderer(EventLoop &loop, int &count, char **values);
+
+    bool isSecond() const override { return isSecond_; }
+    Desktop &desktop() override { return desktop_; }
+    void openWindow(const std::string &id) override;
+    int run(Scenes &scenes, std::function<void()> shown) override;
+
+private:
+    ViewWindow &window(const std::string &id);
+    TrayItem::Content trayContent() const;
+    void trayPressed(int x, int y);
+
+    QApplication application_;
+    QtDesktop desktop_;
+    QtLoop loop_;
+    TrayItem tray_;
+    const bool isSecond_;
+    Scenes *scenes_ = nullptr;
+    std::function<void()> shown_;
+    std::map<std::string, std::unique_ptr<ViewWindow>> windows_;
+};
+
+} // namespace tarn

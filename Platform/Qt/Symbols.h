@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QColor>
+#include <QIcon>
+#include <QPixmap>
+#include <string>
+
+namespace tarn::symbols {
+
+/// The drawing of that name in one colour, `size` points wide and high; empty when there is none.
+QPixmap pixmap(const std::string &name, const QColor &color, int size, double pixelRatio);
+/// The same for controls, which draw it for their own state.
+QIcon icon(const std::string &name, const QColor &color, const QColor &disabled);
+
+} // namespace tarn::symbols

@@ -1,0 +1,95 @@
+#include "Platform/Platform.h"
+#include "TarnCore/AppInfo.h"
+#include "TarnCore/Text.h"
+#include "TarnlinkMenu/MenuApp/Application.h"
+#include "TarnlinkMenu/MenuApp/PreviewCommand.h"
+#include "TarnlinkMenu/MenuApp/TerminalDesktop.h"
+#include "TarnlinkMenu/MenuApp/TextMenu.h"
+#include "TarnlinkMenu/Renderer.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace tarn;
+
+constexpr int exitFailed = 1;
+constexpr int exitUsage = 2;
+
+constexpr const char *help = R"(Usage: TarnlinkMenu [OPTION]...
+Shows where this computer's traffic goes, and why, in the menu bar; where there is no desktop, in the
+terminal.
+
+  --text      print the menu once
+  --follow    with --text: again whenever it changes
+  --render-preview, --list-scenarios
+              draw what it shows into pictures, with sample data
+  --help, --version
+
+Exit status: 0 done, 1 failed, 2 wrong use.
+)";
+
+bool isKnown(const std::vector<std::string> &words) {
+    return std::ranges::all_of(words,
+                               [](const auto &word) { return word == "--text" || word == "--follow"; });
+}
+
+int showWindows(Platform &platform, Renderer &renderer) {
+    Application application(platform, renderer.desktop(), Application::Role::owner,
+                            [&renderer](const std::string &id) { renderer.openWindow(id); });
+    const int status = renderer.run(application.scenes(), [&application] { application.status().start(); });
+    // The system takes back faster what is left.
+    _exit(status);
+}
+
+int showText(Platform &platform, bool isFollowing) {
+    TerminalDesktop desktop;
+    Application application(platform, desktop, Application::Role::guest, [](const std::string &) {});
+    _exit(runTextMenu(platform.mainActor(), application, isFollowing) ? 0 : exitFailed);
+}
+
+} // namespace
+
+int main(int count, char **values) {
+    const std::vector<std::string> words(values + std::min(count, 1), values + count);
+    const auto has = [&](const char *word) { return std::ranges::find(words, word) != words.end(); };
+    if (has("--help"))
+        return std::fputs(help, stdout) < 0 ? exitFailed : 0;
+    if (has("--version"))
+        return std::printf("TarnlinkMenu %s (%lld)\n", std::string(AppInfo::version).c_str(),
+                           static_cast<long long>(AppInfo::build)) < 0
+                   ? exitFailed
+                   : 0;
+    if (const auto status = runPreviewCommand(words))
+        return *status;
+    const bool isText = has("--text");
+    if (isText ? !isKnown(words) : has("--follow")) {
+        std::fputs(help, stderr);
+        return exitUsage;
+    }
+    try {
+        const auto platform = makePlatform();
+        if (isText)
+            return showText(*platform, has("--follow"));
+        // The toolkit takes its own words away.
+        const auto renderer = makeRenderer(*platform, count, values);
+        if (renderer && renderer->isSecond())
+            return 0;
+        const std::vector<std::string> rest(values + std::min(count, 1), values + count);
+        if (!rest.empty()) {
+            std::fputs(help, stderr);
+            return exitUsage;
+        }
+        if (renderer && renderer->isSecond())
+            return 0;
+        return renderer ? showWindows(*platform, *renderer) : showText(*platform, true);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "TarnlinkMenu: %s\n", text::printable(error.what()).c_str());
+        return exitFailed;
+    }
+}

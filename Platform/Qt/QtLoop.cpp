@@ -14,8 +14,13 @@ QtLoop::QtLoop(EventLoop &loop)
 }
 
 void QtLoop::beforeBlocking() {
-    if (isQueued_ || !loop_.prepare())
+    if (!loop_.prepare())
         return;
+    if (isQueued_) {
+        // A loop inside another does not look by itself for what was posted before it.
+        QAbstractEventDispatcher::instance()->wakeUp();
+        return;
+    }
     // Not here, where whatever a job does to Qt would come too late for the wait that begins.
     isQueued_ = true;
     QMetaObject::invokeMethod(

@@ -27,7 +27,8 @@ using view::Color;
 using view::Font;
 using view::Tone;
 
-constexpr int groupSpacing = 3, columnSpacing = 12, rowSpacing = 8, symbolSize = 16, largeSymbolSize = 28;
+constexpr int groupSpacing = 3, columnSpacing = 12, rowSpacing = 8, symbolSize = 16, largeSymbolSize = 28,
+              titlePadding = 10;
 
 QString text(const std::string &utf8) {
     return QString::fromStdString(utf8);
@@ -150,6 +151,14 @@ private:
 
 /// Return presses the button that has the focus, whichever is the window's default.
 class PushButton : public QPushButton {
+public:
+    /// Styles leave long titles hardly any room at their sides.
+    QSize sizeHint() const override {
+        const int words = fontMetrics().size(Qt::TextShowMnemonic, text()).width();
+        const int symbol = icon().isNull() ? 0 : iconSize().width() + 4;
+        return QPushButton::sizeHint().expandedTo({words + symbol + 2 * titlePadding, 0});
+    }
+
 protected:
     void keyPressEvent(QKeyEvent *event) override {
         if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)

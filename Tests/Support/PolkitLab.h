@@ -1,9 +1,12 @@
 #pragma once
 
+#include "Platform/Linux/BusConnection.h"
+#include "Platform/Linux/PolkitAuthorizations.h"
 #include "Support/NetworkManagerLab.h"
 
 #include <array>
 #include <csignal>
+#include <fcntl.h>
 #include <functional>
 #include <grp.h>
 #include <string>
@@ -64,6 +67,38 @@ protected:
         const auto size = read(ends[0], buffer.data(), buffer.size());
         close(ends[0]);
         return {buffer.data(), size < 0 ? 0 : static_cast<std::size_t>(size)};
+    }
+    /// For this process an agent whose person answers every question with "no"; ready when this returns.
+    static void startRefusingAgent() {
+        const auto refuse = [](sd_bus_message *, void *, sd_bus_error *error) {
+            return sd_bus_error_set(error, "org.freedesktop.PolicyKit1.Error.Cancelled", "");
+        };
+        const sd_bus_vtable members[] = {SD_BUS_VTABLE_START(0),
+                                         SD_BUS_METHOD("BeginAuthentication", "sssa{ss}sa(sa{sv})", "",
+                                                       refuse, SD_BUS_VTABLE_UNPRIVILEGED),
+                                         SD_BUS_VTABLE_END};
+        const auto self = *currentProcess();
+        std::array<int, 2> ends{};
+        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+        if (fork() == 0) {
+            sd_bus *bus = nullptr;
+            if (sd_bus_open_system(&bus) >= 0 &&
+                sd_bus_add_object_vtable(bus, nullptr, "/agent",
+                                         "org.freedesktop.PolicyKit1.AuthenticationAgent", members,
+                                         nullptr) >= 0 &&
+                sd_bus_call_method(bus, "org.freedesktop.PolicyKit1", "/org/freedesktop/PolicyKit1/Authority",
+                                   "org.freedesktop.PolicyKit1.Authority", "RegisterAuthenticationAgent",
+                                   nullptr, nullptr, "(sa{sv})ss", "unix-process", 2, "pid", "u", self.pid,
+                                   "start-time", "t", self.startTime, "C", "/agent") >= 0 &&
+                write(ends[1], "r", 1) == 1)
+                while (sd_bus_process(bus, nullptr) >= 0)
+                    usleep(1000);
+            _exit(1);
+        }
+        close(ends[1]);
+        char ready = 0;
+        EXPECT_EQ(read(ends[0], &ready, 1), 1) << "no agent";
+        close(ends[0]);
     }
 
 private:

@@ -105,6 +105,8 @@ status; go; answer status {} > gone|status;)");
                                        (model->pausedUntil() ? " until" : "") + (model->busy() ? " busy" : "")
                                  : "gone";
         EXPECT_EQ(shown + "|" + daemon.calls, sides(row).second);
+        model.reset();
+        actor.run();
     }
 }
 

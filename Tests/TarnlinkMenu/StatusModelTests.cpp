@@ -69,6 +69,13 @@ struct World : SystemStateReading,
             last = now;
         });
     }
+    ~World() override {
+        // Whatever is still under way ends.
+        model.reset();
+        while (!probes.empty())
+            step("good");
+        actor.run();
+    }
     std::vector<std::string> fields() const {
         const auto &m = *model;
         std::string list;

@@ -1,6 +1,5 @@
 // A real polkitd with the policy that is installed, asked by processes of several users.
 
-#include "Platform/Linux/BusConnection.h"
 #include "Platform/Linux/PolkitAuthorizations.h"
 #include "Platform/Linux/TerminalAgent.h"
 #include "Support/PolkitLab.h"
@@ -47,34 +46,6 @@ std::string acquireAtTerminal() {
     const auto result = agent ? acquire() : "no agent";
     agent.reset();
     return waitpid(-1, nullptr, WNOHANG) < 0 ? result : "the agent is left";
-}
-
-/// With an agent whose person answers every question with "no".
-std::string acquireRefused() {
-    const auto refuse = [](sd_bus_message *, void *, sd_bus_error *error) {
-        return sd_bus_error_set(error, "org.freedesktop.PolicyKit1.Error.Cancelled", "");
-    };
-    const sd_bus_vtable members[] = {
-        SD_BUS_VTABLE_START(0),
-        SD_BUS_METHOD("BeginAuthentication", "sssa{ss}sa(sa{sv})", "", refuse, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_VTABLE_END};
-    const auto self = *currentProcess();
-    const pid_t child = fork();
-    sd_bus *bus = nullptr;
-    if (child == 0 && sd_bus_open_system(&bus) >= 0 &&
-        sd_bus_add_object_vtable(bus, nullptr, "/agent", "org.freedesktop.PolicyKit1.AuthenticationAgent",
-                                 members, nullptr) >= 0 &&
-        sd_bus_call_method(bus, "org.freedesktop.PolicyKit1", "/org/freedesktop/PolicyKit1/Authority",
-                           "org.freedesktop.PolicyKit1.Authority", "RegisterAuthenticationAgent", nullptr,
-                           nullptr, "(sa{sv})ss", "unix-process", 2, "pid", "u", self.pid, "start-time", "t",
-                           self.startTime, "C", "/agent") >= 0)
-        while (sd_bus_process(bus, nullptr) >= 0)
-            usleep(1000);
-    if (child == 0)
-        _exit(1);
-    while (ask(pausing, true, "") == interactionNotAllowed && waitpid(child, nullptr, WNOHANG) == 0)
-        usleep(1000);
-    return acquire();
 }
 
 class Polkit : public PolkitLab {
@@ -144,6 +115,10 @@ TEST_F(Polkit, DecidesByRulesAndPolicy) {
 }
 
 TEST_F(Polkit, PersonIsAsked) {
+    const auto acquireRefused = [] {
+        startRefusingAgent();
+        return acquire();
+    };
     EXPECT_EQ(as(carol, acquireRefused), "Administrator-Authentifizierung abgebrochen.");
     const std::string account = "account required pam_permit.so\nauth required ";
     lab().write("/etc/pam.d/polkit-1", account + "pam_deny.so\n");

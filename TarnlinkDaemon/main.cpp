@@ -17,6 +17,7 @@
 #include "TarnlinkDaemon/Report.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -149,7 +150,7 @@ public:
     bool run(bool isServing) {
         daemon_.start();
         if (isServing) {
-            listener_->start(tarn::TarnXPC::machServiceName, tarn::TarnXPC::clientRequirement, service_);
+            serve(std::chrono::seconds(2));
             if (!daemon_.guard().config().dryRun)
                 registerRight();
         }
@@ -162,6 +163,14 @@ private:
         return std::make_unique<tarn::DNSProbe>(
             name, tarn::DNSProbe::Services{platform_.mainActor(), platform_.interfaceLookup(),
                                            platform_.datagrams(), platform_.random()});
+    }
+    /// Opens the door when there is something to tell; whoever shows it asks once and not again.
+    void serve(std::chrono::milliseconds longestWait) {
+        static constexpr std::chrono::milliseconds step{10};
+        if (daemon_.guard().decision() || longestWait < step)
+            return listener_->start(tarn::TarnXPC::machServiceName, tarn::TarnXPC::clientRequirement,
+                                    service_);
+        platform_.mainActor().postAfter(step, [this, longestWait] { serve(longestWait - step); });
     }
     void registerRight() {
         authorizationQueue_.run(

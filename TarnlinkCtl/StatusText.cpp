@@ -1,5 +1,6 @@
 #include "TarnlinkCtl/StatusText.h"
 
+#include "TarnCore/StatusTitle.h"
 #include "TarnCore/Text.h"
 
 #include <algorithm>
@@ -61,31 +62,8 @@ std::string minutesLeft(Date end, Date now) {
 
 } // namespace
 
-std::string title(const Status &status) {
-    const std::string wired = printable(status.device) + " (" + printable(status.name) + ")";
-    switch (status.kind) {
-    case Status::Kind::wired:
-        return "Wired: " + wired;
-    case Status::Kind::wiredPending:
-        return "Verifying: " + wired;
-    case Status::Kind::wiredUnreachable:
-        return "Unreachable: " + wired + ", Wi-Fi on";
-    case Status::Kind::wifi:
-        return "Wi-Fi";
-    case Status::Kind::offline:
-        return "Offline";
-    case Status::Kind::wifiOff:
-        return "Wi-Fi off (user)";
-    case Status::Kind::paused:
-        return "Paused";
-    case Status::Kind::disabled:
-        break;
-    }
-    return "Disabled";
-}
-
 std::string describe(const StatusReport &report, Date now) {
-    std::string lines = title(report.status) + "\n";
+    std::string lines = printable(statusTitle(report.status)) + "\n";
     if (!report.reason.empty())
         lines += printable(report.reason) + "\n";
 

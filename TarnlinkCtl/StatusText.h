@@ -6,8 +6,6 @@
 
 namespace tarn::statusText {
 
-/// Such as "Wired: eth0 (Office)".
-std::string title(const Status &status);
 /// The whole report for a person at a terminal, as of `now`; several lines, in the time zone of the process.
 /// What the daemon sent cannot disturb the terminal.
 std::string describe(const StatusReport &report, Date now);

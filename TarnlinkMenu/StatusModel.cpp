@@ -2,6 +2,7 @@
 
 #include "TarnCore/AppInfo.h"
 #include "TarnCore/ApplicationID.h"
+#include "TarnCore/StatusTitle.h"
 #include "TarnCore/Text.h"
 
 #include <algorithm>
@@ -46,29 +47,6 @@ std::string join(const std::vector<std::string> &parts, std::string_view separat
     for (const auto &part : parts)
         text.append(text.empty() ? "" : separator).append(part);
     return text;
-}
-
-std::string titleOf(const Status &status) {
-    const auto path = status.device + " (" + status.name + ")";
-    switch (status.kind) {
-    case Status::Kind::wired:
-        return "Wired: " + path;
-    case Status::Kind::wiredPending:
-        return "Verifying: " + path;
-    case Status::Kind::wiredUnreachable:
-        return "Unreachable: " + path + ", Wi-Fi on";
-    case Status::Kind::wifi:
-        return "Wi-Fi";
-    case Status::Kind::offline:
-        return "Offline";
-    case Status::Kind::wifiOff:
-        return "Wi-Fi off (user)";
-    case Status::Kind::disabled:
-        return "Disabled";
-    case Status::Kind::paused:
-        return "Paused";
-    }
-    return {};
 }
 
 std::string describeInterface(const InterfaceSnapshot &snapshot) {
@@ -363,7 +341,7 @@ std::string StatusModel::describe() const {
     for (const auto &snapshot : interfaces_)
         if (snapshot.isWiredCandidate())
             wired.push_back(describeInterface(snapshot));
-    return join({titleOf(status_), wifiOn_ ? "Wi-Fi on" : "Wi-Fi off",
+    return join({statusTitle(status_), wifiOn_ ? "Wi-Fi on" : "Wi-Fi off",
                  wired.empty() ? "no wired service" : join(wired, "; ")},
                 " — ");
 }

@@ -185,16 +185,21 @@ TEST_F(Door, TenThousandCallsDoNotKeepItFromTheNetwork) {
     BusConnector connector(loop);
     constexpr unsigned clients = 50, callsOfEach = 200;
     std::vector<std::unique_ptr<TarnXPCClient>> all;
-    unsigned answered = 0, ended = 0, withoutCable = 0;
+    unsigned asked = 0, answered = 0, ended = 0, withoutCable = 0;
     std::string failures;
+    // They go on asking until the daemon tells of the cable: ten thousand calls can be over sooner.
+    const auto patience = std::chrono::steady_clock::now() + 20s;
     const auto work = [&](TarnXPCClient &client) -> Task<void> {
-        for (unsigned i = 0; i < callsOfEach; ++i)
+        for (unsigned i = 0;
+             i < callsOfEach || (withoutCable == 0 && std::chrono::steady_clock::now() < patience); ++i)
             try {
+                ++asked;
                 const auto report = co_await client.status(1.5);
                 ++answered;
                 withoutCable += report.status.kind != Status::Kind::wired;
+                // Beside the calls: waiting for it here would use up the limits of all of them.
                 if (answered == 1000)
-                    lab().pull("eth0");
+                    lab().start("ip link set eth0 down", "far");
             } catch (const TarnXPCClientError &error) {
                 failures += error.description();
             }
@@ -204,7 +209,7 @@ TEST_F(Door, TenThousandCallsDoNotKeepItFromTheNetwork) {
     for (unsigned i = 0; i < clients; ++i)
         detach(work(*all.emplace_back(std::make_unique<TarnXPCClient>(connector, loop))));
     loop.run();
-    EXPECT_EQ(answered, clients * callsOfEach) << failures;
+    EXPECT_EQ(answered, asked) << failures;
     EXPECT_GT(withoutCable, 0u);
 }
 

@@ -6,36 +6,29 @@ namespace tarn {
 
 JsonPreferences::JsonPreferences(const std::vector<std::string> &layers, Log &log) {
     for (const auto &path : layers)
-        files_.emplace_back(path, log);
+        layers_.push_back({JsonFile(path, log)});
 }
 
 void JsonPreferences::refresh(const std::string &) {
-    layers_.clear();
-    managed_ = {};
-    for (auto &file : files_) {
-        auto layer = file.read();
-        if (!layer)
-            continue;
-        if (&file == &files_.front())
-            managed_ = *layer;
-        layers_.push_back(*std::move(layer));
-    }
-    isLoaded_ = true;
+    for (auto &layer : layers_)
+        layer.isRead = false;
 }
 
-std::optional<Value> JsonPreferences::copyAppValue(const std::string &key, const std::string &applicationID) {
-    if (!isLoaded_)
-        refresh(applicationID);
-    for (const auto &layer : layers_)
-        if (const Value *value = layer.find(key))
+std::optional<Value> JsonPreferences::copyAppValue(const std::string &key, const std::string &) {
+    for (auto &layer : layers_)
+        if (const Value *value = find(layer, key))
             return *value;
     return std::nullopt;
 }
 
-bool JsonPreferences::isForced(const std::string &key, const std::string &applicationID) {
-    if (!isLoaded_)
-        refresh(applicationID);
-    return managed_.find(key) != nullptr;
+bool JsonPreferences::isForced(const std::string &key, const std::string &) {
+    return find(layers_.front(), key) != nullptr;
+}
+
+const Value *JsonPreferences::find(Layer &layer, const std::string &key) {
+    if (!std::exchange(layer.isRead, true))
+        layer.values = layer.file.read();
+    return layer.values ? layer.values->find(key) : nullptr;
 }
 
 void JsonPreferences::setMachineValue(const std::string &key, const Value &value, const std::string &) {
@@ -44,9 +37,9 @@ void JsonPreferences::setMachineValue(const std::string &key, const Value &value
 
 bool JsonPreferences::synchronizeMachine(const std::string &applicationID) {
     const auto changes = std::exchange(unsaved_, {});
-    const bool isWritten = files_.back().update([&](Value &layer) {
+    const bool isWritten = layers_.back().file.update([&](Value &values) {
         for (const auto &[key, value] : changes)
-            layer.set(key, value);
+            values.set(key, value);
     });
     if (!isWritten)
         return false;

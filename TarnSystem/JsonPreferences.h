@@ -16,7 +16,8 @@ namespace tarn {
 /// The first layer that holds a key counts. The first is management's, and forces its keys. The last is
 /// the machine's, the one that is written; keys that are not set there stay as they are, comments are not
 /// kept. A file that is not a JSON object is reported once on the log with its name, line and column; the
-/// other layers still count, and it is never overwritten.
+/// other layers still count, and it is never overwritten. A layer is read when a key is looked for in it, so
+/// that whoever asks only what is forced needs no access to the others.
 class JsonPreferences final : public Preferences {
 public:
     /// Paths from the strongest layer to the weakest; the last is the machine's.
@@ -30,10 +31,15 @@ public:
     bool synchronizeMachine(const std::string &applicationID) override;
 
 private:
-    std::vector<JsonFile> files_;
-    bool isLoaded_ = false;
-    std::vector<Value> layers_;
-    Value managed_;
+    struct Layer {
+        JsonFile file;
+        bool isRead = false;
+        std::optional<Value> values = std::nullopt;
+    };
+
+    const Value *find(Layer &layer, const std::string &key);
+
+    std::vector<Layer> layers_;
     Value::Dictionary unsaved_;
 };
 

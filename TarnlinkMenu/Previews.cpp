@@ -113,6 +113,7 @@ struct Sample final : RemoteConnector,
                       WiFiDetailsReading,
                       RecentLog,
                       WorkQueue,
+                      Preferences,
                       HTTPClient,
                       Desktop,
                       LocationManager,
@@ -122,6 +123,7 @@ struct Sample final : RemoteConnector,
     bool isDaemonThere = true;
     bool isOptionDown = false;
     bool isPauseRefused = false;
+    bool isManaged = false;
     std::vector<InterfaceSnapshot> local;
     std::optional<WiFiDetails> details;
     LocationStatus permission = LocationStatus::authorized;
@@ -172,6 +174,11 @@ struct Sample final : RemoteConnector,
             done();
         });
     }
+    void refresh(const std::string &) override {}
+    std::optional<Value> copyAppValue(const std::string &, const std::string &) override { return {}; }
+    bool isForced(const std::string &, const std::string &) override { return isManaged; }
+    void setMachineValue(const std::string &, const Value &, const std::string &) override {}
+    bool synchronizeMachine(const std::string &) override { return false; }
     std::unique_ptr<HTTPSession> ephemeral(double) override {
         return std::make_unique<SampleSession>(endDownload);
     }
@@ -341,6 +348,11 @@ const std::vector<Scenario> &scenarios() {
         {"admin-paused", "admin", paused, [](Models models) { models.admin.refreshStatus(); }},
         {"settings", "settings", wired},
         {"settings-local", "settings", withoutDaemon},
+        {"settings-managed", "settings",
+         [](Sample &sample) {
+             wired(sample);
+             sample.isManaged = true;
+         }},
         {"settings-update", "settings", offered},
         {"help", "help", wired},
     };
@@ -363,7 +375,7 @@ WindowContent make(const Scenario &scenario, const LocalizedStrings &strings) {
     std::optional<WindowContent> content;
     {
         StatusModel status({client, sample.actor, sample, sample, sample, sample, sample, sample, sample,
-                            sample, location, sample, sample, makeUpdates});
+                            sample, location, sample, sample, sample, makeUpdates});
         AdminPanelModel admin({client, sample, sample, sample.actor, strings});
         ModifierWatcher modifiers(sample);
         Scenes scenes({status, admin, modifiers, sample, sample.actor, strings, [] { return now; },

@@ -448,12 +448,13 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
         return Column{std::move(content)};
     }
 
-    Toggle settingRow(const char *key, const char *detailKey, bool isOn, void (StatusModel::*set)(bool)) {
+    Toggle settingRow(const char *key, const char *detailKey, bool isOn, bool isForced,
+                      void (StatusModel::*set)(bool)) {
         return {.id = key,
                 .title = say(key),
-                .detail = say(detailKey),
+                .detail = say(detailKey) + (isForced ? " " + say("settings.managed") : ""),
                 .isOn = isOn,
-                .isEnabled = services.status.source() == StatusModel::Source::daemon,
+                .isEnabled = !isForced && services.status.source() == StatusModel::Source::daemon,
                 .changed =
                     doing([set](State &state, bool isWanted) { (state.services.status.*set)(isWanted); })};
     }
@@ -502,10 +503,11 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
     View settings() {
         const auto &model = services.status;
         const auto &error = model.settingError();
-        Views content = {settingRow("settings.tethering.title", "settings.tethering.detail",
-                                    model.tetheringAllowed(), &StatusModel::setTetheringAllowed),
-                         settingRow("settings.tetheringDNS.title", "settings.tetheringDNS.detail",
-                                    model.tetheringDNSFix(), &StatusModel::setTetheringDNSFix)};
+        Views content = {
+            settingRow("settings.tethering.title", "settings.tethering.detail", model.tetheringAllowed(),
+                       model.isTetheringForced(), &StatusModel::setTetheringAllowed),
+            settingRow("settings.tetheringDNS.title", "settings.tetheringDNS.detail", model.tetheringDNSFix(),
+                       model.isTetheringDNSFixForced(), &StatusModel::setTetheringDNSFix)};
         // A setting that did not reach the daemon needs no other words.
         if (model.source() == StatusModel::Source::local || error == "xpc")
             content.push_back(Row{

@@ -4,6 +4,7 @@
 #include "TarnCore/ApplicationID.h"
 #include "TarnCore/StatusTitle.h"
 #include "TarnCore/Text.h"
+#include "TarnSystem/ConfigLoader.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -155,6 +156,7 @@ Task<void> StatusModel::runRefresh(IsAlive isAlive) {
     }
     if (isAlive.expired())
         co_return;
+    readForced();
     if (report) {
         apply(*report);
     } else {
@@ -163,6 +165,12 @@ Task<void> StatusModel::runRefresh(IsAlive isAlive) {
         publish(xpcError_, failure);
     }
     xpcRefreshInFlight_ = false;
+}
+
+void StatusModel::readForced() {
+    services_.preferences.refresh(ConfigLoader::applicationID);
+    publish(isTetheringForced_, ConfigLoader::isTetheringWhileWiredForced(services_.preferences));
+    publish(isTetheringDNSFixForced_, ConfigLoader::isTetheringDNSFixForced(services_.preferences));
 }
 
 void StatusModel::apply(const StatusReport &report) {

@@ -7,6 +7,7 @@
 #include "TarnSystem/KernelTables.h"
 #include "TarnSystem/Log.h"
 #include "TarnSystem/NetworkEventSource.h"
+#include "TarnSystem/Preferences.h"
 #include "TarnSystem/Probing.h"
 #include "TarnSystem/RecentLog.h"
 #include "TarnSystem/SystemClock.h"
@@ -74,6 +75,8 @@ public:
         RecentLog &recentLog;
         /// Where the log is read.
         WorkQueue &queue;
+        /// Which settings management forces.
+        Preferences &preferences;
         /// Makes the update checker, once, when it is first asked for.
         std::function<std::unique_ptr<UpdateChecker>()> makeUpdates;
     };
@@ -98,6 +101,10 @@ public:
     bool tetheringAllowed() const { return tetheringAllowed_; }
     bool tetheringDNSFix() const { return tetheringDNSFix_; }
     const std::optional<VPNDetector::Tunnel> &vpn() const { return vpn_; }
+    /// Whether management forces the setting, as this process reads its preferences; then nobody else can
+    /// change it.
+    bool isTetheringForced() const { return isTetheringForced_; }
+    bool isTetheringDNSFixForced() const { return isTetheringDNSFixForced_; }
     /// The daemon's code when it refused a setting, "xpc" when it could not be asked.
     const std::optional<std::string> &settingError() const { return settingError_; }
 
@@ -135,6 +142,7 @@ private:
     Task<void> runRefresh(IsAlive isAlive);
     void apply(const StatusReport &report);
     void refreshLocally();
+    void readForced();
     void pruneProbes(const std::vector<InterfaceSnapshot> &snapshots);
     void startProbe(const std::string &device, const std::vector<InterfaceSnapshot> &snapshots);
     Task<void> runProbe(InterfaceSnapshot snapshot, IsAlive isAlive);
@@ -155,6 +163,8 @@ private:
     std::optional<WiFiDetails> wifiDetails_;
     bool tetheringAllowed_ = false;
     bool tetheringDNSFix_ = true;
+    bool isTetheringForced_ = false;
+    bool isTetheringDNSFixForced_ = false;
     std::optional<VPNDetector::Tunnel> vpn_;
     std::optional<std::string> settingError_;
     Setting tethering_{&StatusModel::tetheringAllowed_, &TarnXPCClient::setTetheringWhileWired};

@@ -123,6 +123,8 @@ TEST_F(JsonPreferencesTest, DamagedLayerIsReportedOnceAndTheOthersCount) {
     write(machine, "{\"A\": 1}");
     for (int i = 0; i < 3; ++i)
         preferences.refresh("");
+    EXPECT_FALSE(preferences.isForced("A", ""));
+    EXPECT_EQ(log.lines.size(), 1U) << "only management's layer is asked";
     EXPECT_EQ(value("A"), "1");
     ASSERT_EQ(log.lines.size(), 2U);
     EXPECT_EQ(log.lines[0].find(managed + ":2:7: "), 0U) << log.lines[0];

@@ -4,6 +4,7 @@
 #include "Support/FakeDesktop.h"
 #include "Support/FakeHTTP.h"
 #include "Support/FakeServices.h"
+#include "Support/ForcedKeys.h"
 #include "Support/ManualActor.h"
 #include "Support/MapDefaults.h"
 #include "Support/Signer.h"
@@ -47,6 +48,7 @@ struct Outside : SystemStateReading,
     FakeDesktop desktop;
     FakeHTTP http{actor};
     MapDefaults defaults;
+    ForcedKeys preferences;
     std::map<std::size_t, std::string> answers;
     std::string calls, unreadable; ///< Numbers of the daemon's methods.
     std::vector<InterfaceSnapshot> interfaces;
@@ -113,7 +115,7 @@ protected:
     LocationAuthorizer location{outside.desktop, outside.defaults, actor};
     StatusModel status{
         {client, actor, outside, outside, outside, outside, outside, outside.services, outside, outside,
-         location, outside, outside, [this] {
+         location, outside, outside, outside.preferences, [this] {
              return std::make_unique<UpdateChecker>(
                  UpdateChecker::Services{client, feed, outside.defaults, actor, outside, outside, outside},
                  UpdateChecker::Setup{root / "updates", {13, 0, 0}, 1, *URL::parse(feedURL)});
@@ -417,6 +419,12 @@ TEST_F(ScenesTest, SettingsMoveOnlyWithTheDaemon) {
     EXPECT_THAT(read("settings"), HasSubstr("\n" + notice)) << "the call itself failed";
     EXPECT_THAT(read("settings"), Not(HasSubstr("not changed")));
     EXPECT_EQ(outside.calls, "00405");
+
+    outside.preferences.keys = {"TetheringWhileWired"}, refresh();
+    EXPECT_FALSE(control<view::Toggle>("settings", "settings.tethering.title").isEnabled);
+    EXPECT_TRUE(control<view::Toggle>("settings", "settings.tetheringDNS.title").isEnabled);
+    EXPECT_THAT(read("settings", 200), StartsWith("[- -] Keep a phone's connection"));
+    EXPECT_THAT(read("settings", 200), HasSubstr("connection works. Set by your organisation.\n"));
 
     change("settings.updates.title", false);
     EXPECT_FALSE(isOn("settings.updates.title"));

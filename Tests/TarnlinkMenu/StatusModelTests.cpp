@@ -4,6 +4,7 @@
 #include "Support/FakeDesktop.h"
 #include "Support/FakeHTTP.h"
 #include "Support/FakeServices.h"
+#include "Support/ForcedKeys.h"
 #include "Support/ManualActor.h"
 #include "Support/MapDefaults.h"
 #include "Support/Words.h"
@@ -34,6 +35,7 @@ struct World : SystemStateReading,
     FakeDesktop desktop;
     FakeHTTP http{actor};
     MapDefaults defaults;
+    ForcedKeys preferences;
     std::string &calls = daemon.calls;
     std::string lines, recent;
     std::optional<std::vector<InterfaceSnapshot>> interfaces = std::vector<InterfaceSnapshot>();
@@ -58,11 +60,11 @@ struct World : SystemStateReading,
         };
         model = std::make_unique<StatusModel>(StatusModel::Services{client, actor, *this, *this, *this, *this,
                                                                     *this, services, *this, *this, location,
-                                                                    *this, *this, makeUpdates});
+                                                                    *this, *this, preferences, makeUpdates});
         last = fields();
         subscription = model->observe([this] {
             const auto names = words("source error status reason wifi pause list tether vpn dns unread "
-                                     "update details refused");
+                                     "update details refused forced");
             const auto now = fields();
             for (std::size_t i = 0; i < now.size(); ++i)
                 trail += now[i] != last[i] ? names[i] + " " : "";
@@ -96,7 +98,8 @@ struct World : SystemStateReading,
                 m.errorText().value_or(""),
                 dates::text(m.lastUpdate()),
                 m.wifiDetails() ? m.wifiDetails()->ssid.value_or("") : "",
-                m.settingError().value_or("")};
+                m.settingError().value_or(""),
+                std::string(m.isTetheringForced() ? "t" : "") + (m.isTetheringDNSFixForced() ? "d" : "")};
     }
     void wire(const std::string &dns) {
         InterfaceSnapshot wired;
@@ -196,22 +199,24 @@ TEST(StatusModel, SetsItsFieldsInOrder) {
     EXPECT_EQ(world.trail, "unread error ");
     EXPECT_EQ(world.lines, "!app: xpc status failed: The Tarnlink daemon is not available.");
     world.details = WiFiDetails{"Cafe", {}, {}, {}};
+    world.preferences.keys = {"SplitDNSFix"};
     world.trail.clear(), world.perform("refresh; report");
     EXPECT_EQ(world.trail,
-              "source error status reason wifi pause list tether vpn dns unread update details ");
+              "forced source error status reason wifi pause list tether vpn dns unread update details ");
     EXPECT_THAT(world.last, ElementsAre("Daemon", "", "wifi", "why", "no", "2030-01-01T00:00:00Z",
                                         "e410.0.0.2;f6fe80::1;", "yes", "tun0=", "no", "",
-                                        "2029-01-01T00:00:00Z", "Cafe", ""));
+                                        "2029-01-01T00:00:00Z", "Cafe", "", "d"));
     EXPECT_FALSE(world.model->updates().updatesAllowed());
     world.details.reset(), world.addresses = {{"utun3", false, "10.9.0.1"}};
     world.services.power = std::nullopt;
     world.wire("D"), world.interfaces->emplace_back().device = "no service";
+    world.preferences.keys = {"TetheringWhileWired", "TetheringDNSFix", "ProbeMode"};
     world.trail.clear(), world.perform("refresh; wait 1500");
-    EXPECT_EQ(world.trail, "source vpn pause wifi list status reason update details error ");
+    EXPECT_EQ(world.trail, "forced source vpn pause wifi list status reason update details error ");
     EXPECT_THAT(world.last, ElementsAre("lokal (kein Daemon)", "Timed out after 1.5s waiting for the daemon.",
                                         "wiredPending", "e addressed, probe pending", "yes", "",
                                         "e410.0.0.262001:db8::2;", "yes", "utun3=10.9.0.1", "no", "",
-                                        "1970-01-01T01:00:01Z", "", ""));
+                                        "1970-01-01T01:00:01Z", "", "", "td"));
     // An address that is none leaves the last one.
     world.daemon.pending.clear();
     world.perform(R"(refresh; report {"updateFeedURL":"none","status":{"offline":{}}})");

@@ -47,15 +47,17 @@ std::string deniedMessage(std::int32_t status) {
                : "This takes an administrator.";
 }
 
-template <class Record> Record denied(std::int32_t status) {
+} // namespace
+
+template <class Record> Record DaemonService::denied(std::int32_t status) const {
     Record record;
     record.code = deniedCode(status);
     if constexpr (requires { record.message; })
         record.message = deniedMessage(status);
+    if constexpr (requires { record.pausedUntil; })
+        record.pausedUntil = pausedUntil();
     return record;
 }
-
-} // namespace
 
 void DaemonService::call(const RemoteCaller &caller, const TarnXPCProtocol::Call &call, Reply reply) {
     const auto counted = underWay_.find(caller.client);
@@ -136,32 +138,30 @@ std::optional<Date> DaemonService::pausedUntil() const {
 void DaemonService::on(const RemoteCaller &caller, const TarnXPCProtocol::Pause &call, Reply reply) {
     if (!call.authorization || call.authorization->empty())
         return reply(answer(denied<PauseResult>(AuthorizationStatus::interactionNotAllowed)));
-    judgePausing(
-        caller, *call.authorization,
-        [this, seconds = call.seconds, asked = services_.clock.now().sinceBoot,
-         reply = std::move(reply)](std::int32_t status) {
-            if (status != AuthorizationStatus::success)
-                reply(answer(denied<PauseResult>(status)));
-            else if (services_.clock.now().sinceBoot - asked > longestWait)
-                reply(answer(PauseResult{false, "failed", "The authorization took too long.", {}, {}}));
-            else
-                reply(answer(pause(seconds)));
-        });
+    judgePausing(caller, *call.authorization,
+                 [this, seconds = call.seconds, asked = services_.clock.now().sinceBoot,
+                  reply = std::move(reply)](std::int32_t status) {
+                     if (status != AuthorizationStatus::success)
+                         reply(answer(denied<PauseResult>(status)));
+                     else if (services_.clock.now().sinceBoot - asked > longestWait)
+                         reply(answer(refused("failed", "The authorization took too long.")));
+                     else
+                         reply(answer(pause(seconds)));
+                 });
+}
+
+PauseResult DaemonService::refused(std::string code, std::string message) const {
+    return {false, std::move(code), std::move(message), pausedUntil(), {}};
 }
 
 PauseResult DaemonService::pause(double seconds) {
-    PauseResult result;
-    if (services_.daemon.pause(seconds) == Daemon::PauseResult::badLength) {
-        result.code = "badLength";
-        result.message = "The length of a pause is a number of seconds above zero.";
-        return result;
-    }
+    if (services_.daemon.pause(seconds) == Daemon::PauseResult::badLength)
+        return refused("badLength", "The length of a pause is a number of seconds above zero.");
     const auto left = services_.daemon.guard().pauseLeft(services_.clock.now());
-    if (!left) {
-        result.code = "failed";
-        result.message = "There is no pause: the daemon is about to end, or the pause was too short.";
-        return result;
-    }
+    if (!left)
+        return refused("failed",
+                       "There is no pause: the daemon is about to end, or the pause was too short.");
+    PauseResult result;
     result.granted = true;
     result.code = "granted";
     result.argument = std::chrono::ceil<std::chrono::minutes>(*left).count();
@@ -177,6 +177,7 @@ void DaemonService::on(const RemoteCaller &caller, const TarnXPCProtocol::Resume
         result.code = result.granted ? "resumed" : "notPaused";
         result.message =
             result.granted ? "The protection is in force again." : "The protection was not paused.";
+        result.pausedUntil = pausedUntil();
         go(answer(result));
     });
 }
@@ -272,7 +273,7 @@ void DaemonService::ask(std::function<UpdateResult(UpdateRequests &)> question, 
 
 template <class Record>
 void DaemonService::manage(const RemoteCaller &caller, Reply reply, std::function<void(Reply)> go) {
-    judgeManaging(caller, [reply = std::move(reply), go = std::move(go)](std::int32_t status) {
+    judgeManaging(caller, [this, reply = std::move(reply), go = std::move(go)](std::int32_t status) {
         if (status == AuthorizationStatus::success)
             go(reply);
         else

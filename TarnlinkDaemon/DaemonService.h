@@ -85,7 +85,9 @@ private:
     /// Whether the caller has the managing right.
     void judgeManaging(const RemoteCaller &caller, Judged judged);
     void verify(Authorizing &right, std::string externalForm, Judged judged);
-    /// `record`, of a type with a code and a message or not, is the answer to whoever may not.
+    /// The answer to whoever may not, of a type with a code, and with what else there is to tell.
+    template <class Record> Record denied(std::int32_t status) const;
+    /// Whoever may not gets a denied `Record`.
     template <class Record>
     void manage(const RemoteCaller &caller, Reply reply, std::function<void(Reply)> go);
     void change(bool (*isForced)(Preferences &), bool (*write)(Preferences &, bool), bool value,
@@ -94,6 +96,7 @@ private:
                 std::optional<std::string> manifest, std::optional<std::string> signature);
     void ask(std::function<UpdateResult(UpdateRequests &)> question, Reply reply);
     PauseResult pause(double seconds);
+    PauseResult refused(std::string code, std::string message) const;
     std::optional<Date> pausedUntil() const;
     const std::optional<VPNDetector::Tunnel> &tunnel(const Moment &now);
 

@@ -50,9 +50,7 @@ void AdminPanelModel::end(std::string text, bool isWarning) {
 
 void AdminPanelModel::end(const PauseResult &result) {
     const bool isNotPaused = result.code == "notPaused";
-    // A refusal without an end says nothing about the pause that may be in force.
-    if (result.granted || result.pausedUntil || isNotPaused)
-        publish(pausedUntil_, result.pausedUntil);
+    publish(pausedUntil_, result.pausedUntil);
     end(localizedMessage(result), !result.granted && !isNotPaused);
 }
 

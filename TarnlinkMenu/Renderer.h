@@ -31,7 +31,10 @@ public:
 };
 
 /// The windows of this build; null when it has none, or no display to show them on. `count` and `values` are
-/// main()'s and stay as long as the process does.
-std::unique_ptr<Renderer> makeRenderer(Platform &platform, int &count, char **values);
+/// main()'s and stay as long as the process does; the toolkit takes its own words out of them. A display that
+/// turns out to be of no use is the end of some toolkits and of the process with them: `withoutDisplay` is
+/// called then, on the main thread, and does not return; nothing of the toolkit may be used any more.
+std::unique_ptr<Renderer> makeRenderer(Platform &platform, int &count, char **values,
+                                       std::function<void()> withoutDisplay = {});
 
 } // namespace tarn

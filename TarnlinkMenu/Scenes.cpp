@@ -24,6 +24,7 @@ using namespace std::chrono_literals;
 using tarn::text::printable;
 
 constexpr auto copiedFor = 2s;
+constexpr int settingsBarWidth = 100;
 constexpr const char *locationSettings =
     "x-apple.systempreferences:com.apple.preference.security?Privacy_LocationServices";
 
@@ -63,6 +64,10 @@ std::string addressText(const InterfaceSnapshot &interface) {
         return printable(*address);
     const auto *address = interface.firstRoutableIPv6();
     return address ? printable(address->address) : "–";
+}
+
+Tone toneOf(const StatusPresentation &shown) {
+    return shown.isWarning ? Tone::warning : Tone::primary;
 }
 
 const char *bandKey(WiFiDetails::Band band) {
@@ -205,9 +210,6 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
 
     std::optional<std::string> wifiDetailLine() const {
         const auto &details = services.status.wifiDetails();
-        // That it is on would also be said of a machine without any.
-        if (services.status.status().kind == Status::Kind::wired && !services.status.wifiOn())
-            return say("wifi.off");
         if (services.status.status().kind != Status::Kind::wifi || !details)
             return std::nullopt;
         std::string line = details->ssid ? printable(*details->ssid) : say("wifi.unknownName");
@@ -221,7 +223,7 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
     Views header() {
         const auto &model = services.status;
         const StatusPresentation shown(model.status());
-        const auto tone = shown.isWarning ? Tone::warning : Tone::primary;
+        const auto tone = toneOf(shown);
         Views lines = {label(say(shown.titleKey), Font::headline, tone),
                        label(detailText(shown), Font::body, Tone::secondary)};
         if (auto line = wifiDetailLine())
@@ -302,7 +304,7 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
         cells.push_back(label(addressText(interface)));
         Views lines = {Row{std::move(cells)}};
         if (auto probe = probeText(interface.device))
-            lines.push_back(*std::move(probe));
+            lines.push_back(Row{{Dot{Color::clear, {}}, *std::move(probe)}});
         return lines.size() == 1 ? lines.front() : Column{std::move(lines), true};
     }
 
@@ -332,9 +334,13 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
     }
 
     /// Empty when there is nothing to tell.
-    Views updateRows() {
+    Views updateRows(std::optional<int> barWidth = {}) {
         using Update = UpdateChecker;
         auto &updates = services.status.updates();
+        const auto bar = [barWidth](std::optional<double> fraction, const std::string &words) -> View {
+            const Progress made{fraction, words, barWidth};
+            return barWidth ? View(Row{{made, Spacer{}}}) : made;
+        };
         const auto version = [](const UpdateManifest &manifest) { return printable(manifest.version); };
         Views rows = std::visit(
             Overloaded{[&](const Update::Available &offer) -> Views {
@@ -354,12 +360,12 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
                            const auto words = say("update.downloading", {version(now.manifest)});
                            const bool isMeasured = now.manifest.size.value_or(0) > 0;
                            return {Row{{label(words), Spacer{}, dismissButton("update.cancel")}},
-                                   Progress{isMeasured ? std::optional(now.fraction) : std::nullopt, words}};
+                                   bar(isMeasured ? std::optional(now.fraction) : std::nullopt, words)};
                        },
                        [&](const Update::Installing &now) -> Views {
                            const auto words = say("update.installing", {version(now.manifest)});
                            return {Row{{label(words), Spacer{}, dismissButton("update.dismiss")}},
-                                   Progress{std::nullopt, words}};
+                                   bar(std::nullopt, words)};
                        },
                        [&](const Update::Installed &done) -> Views {
                            const auto notes = done.notes.value_or(UpdateFeed::defaultNotesURL());
@@ -495,7 +501,7 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
                              !std::holds_alternative<Update::Downloading>(state) &&
                              !std::holds_alternative<Update::Installing>(state);
         content.push_back(Row{{caption(lastCheckText()), Spacer{}, std::move(checkNow)}});
-        if (auto rows = updateRows(); !rows.empty())
+        if (auto rows = updateRows(settingsBarWidth); !rows.empty())
             content.push_back(Column{std::move(rows), true});
         return content;
     }
@@ -540,7 +546,7 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
             symbols.push_back(Row{{Symbol{name}, label(say(key))}});
         Views steps;
         for (const auto *key : {"help.recover.1", "help.recover.2", "help.recover.3"})
-            steps.push_back(Row{{label(std::to_string(steps.size() + 1) + "."), label(say(key))}});
+            steps.push_back(Row{{label(std::to_string(steps.size() + 1) + "."), label(say(key))}, true});
         return Scroll{{
             Row{{label("Tarnlink", Font::title), Spacer{},
                  caption(
@@ -565,8 +571,9 @@ Scenes::Scenes(Services services) : state_(std::make_shared<State>(std::move(ser
 
 Symbol Scenes::menuBarItem() const {
     const auto &model = state_->services.status;
-    return {StatusPresentation::menuBarSymbol(model.status(), model.wifiOn()), Tone::primary,
-            StatusPresentation(model.status()).accessibilityLabel(state_->services.strings)};
+    const StatusPresentation shown(model.status());
+    return {StatusPresentation::menuBarSymbol(model.status(), model.wifiOn()), toneOf(shown),
+            shown.accessibilityLabel(state_->services.strings)};
 }
 
 WindowContent Scenes::menu() {

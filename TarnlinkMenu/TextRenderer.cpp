@@ -168,7 +168,17 @@ struct Drawing {
         return symbol.tone == Tone::warning ? Lines{"!"} : Lines{};
     }
     Lines operator()(const Dot &dot) const {
-        return {dot.color == Color::green ? "●" : dot.color == Color::yellow ? "◐" : "○"};
+        switch (dot.color) {
+        case Color::gray:
+            break;
+        case Color::yellow:
+            return {"◐"};
+        case Color::green:
+            return {"●"};
+        case Color::clear:
+            return {" "};
+        }
+        return {"○"};
     }
     Lines operator()(const Button &button) const {
         return {bracketed('[', text::printable(button.title), ']', button.isEnabled)};

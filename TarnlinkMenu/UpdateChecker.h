@@ -93,6 +93,9 @@ public:
         feedStale,
     };
 
+    /// Key of the user defaults: an installation is under way, or its end has not been judged.
+    static constexpr const char *pendingBuildKey = "UpdatePendingBuild";
+
     struct Services {
         TarnXPCClient &daemon;
         UpdateFeed &feed;

@@ -22,7 +22,7 @@ namespace view {
 
 enum class Font { title, headline, body, caption, monospaced };
 enum class Tone { primary, secondary, warning, accent };
-enum class Color { gray, yellow, green };
+enum class Color { gray, yellow, green, clear };
 
 struct Text {
     std::string text;
@@ -38,7 +38,8 @@ struct Symbol {
     /// Large, as in a header.
     bool isLarge = false;
 };
-/// A coloured dot; `label` says in words what the colour does.
+/// A coloured dot; `label` says in words what the colour does. A clear one only takes its room, as under
+/// others.
 struct Dot {
     Color color = Color::gray;
     std::string label;
@@ -77,17 +78,19 @@ struct Link {
     std::string url;
     std::function<void()> action = {};
 };
-/// A bar; without a fraction (0 to 1), one that only moves.
+/// A bar; without a fraction (0 to 1), one that only moves. As wide as there is room, or so many points.
 struct Progress {
     std::optional<double> fraction;
     std::string label;
+    std::optional<int> width = {};
 };
 struct Separator {};
 /// Takes what room is left in a row.
 struct Spacer {};
-/// Side by side, centred vertically; texts that do not fit wrap.
+/// Side by side, centred vertically or with their first lines on one height; texts that do not fit wrap.
 struct Row {
     Views children;
+    bool alignsFirstLines = false;
 };
 /// One below the other. `isGroup`: they belong closer together.
 struct Column {

@@ -37,6 +37,29 @@ TrayItem::Image image(const std::string &symbol, const QColor &color, int size) 
     return made;
 }
 
+/// Qt's application cannot be made without a display, and says so with a message after which Qt ends the
+/// process. To try the display before, in whatever way, would be a good part of a start.
+class FatalMessages {
+public:
+    explicit FatalMessages(std::function<void()> instead) {
+        instead_ = std::move(instead);
+        usual_ = qInstallMessageHandler(handle);
+    }
+    FatalMessages(const FatalMessages &) = delete;
+    FatalMessages &operator=(const FatalMessages &) = delete;
+    ~FatalMessages() { qInstallMessageHandler(usual_); }
+
+private:
+    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &message) {
+        if (type == QtFatalMsg && instead_)
+            instead_();
+        usual_(type, context, message);
+    }
+
+    static inline std::function<void()> instead_;
+    static inline QtMessageHandler usual_ = nullptr;
+};
+
 } // namespace
 
 QtRenderer::QtRenderer(EventLoop &loop, int &count, char **values)
@@ -81,17 +104,20 @@ void QtRenderer::trayPressed(int x, int y) {
         menu.showAt({x, y});
 }
 
-TrayItem::Content QtRenderer::trayContent() const {
+const TrayItem::Content &QtRenderer::trayContent() {
     const auto item = scenes_->menuBarItem();
     const bool isDark = isTrayDark(), isWarning = item.tone == view::Tone::warning;
     const QColor color = isDark ? (isWarning ? "#ffb34d" : "#f4f4f4") : (isWarning ? "#a84a00" : "#2b2b2b");
-    TrayItem::Content content{.iconName = {}, .images = {}, .toolTip = item.label};
+    content_.toolTip = item.label;
+    // Changes are many, and drawings of another kind or colour few.
+    if (std::pair(item.name, color) == std::exchange(drawn_, {item.name, color}))
+        return content_;
     const auto themed = "tarnlink-" + item.name + "-symbolic";
-    if (QIcon::hasThemeIcon(QString::fromStdString(themed)))
-        content.iconName = themed;
+    content_.iconName = QIcon::hasThemeIcon(QString::fromStdString(themed)) ? themed : "";
+    content_.images.clear();
     for (const int size : {16, 22, 24, 32, 48})
-        content.images.push_back(image(item.name, color, size));
-    return content;
+        content_.images.push_back(image(item.name, color, size));
+    return content_;
 }
 
 int QtRenderer::run(Scenes &scenes, std::function<void()> shown) {
@@ -108,11 +134,12 @@ int QtRenderer::run(Scenes &scenes, std::function<void()> shown) {
     return result;
 }
 
-std::unique_ptr<Renderer> makeRenderer(Platform &platform, int &count, char **values) {
+std::unique_ptr<Renderer> makeRenderer(Platform &platform, int &count, char **values,
+                                       std::function<void()> withoutDisplay) {
     auto *loop = dynamic_cast<EventLoop *>(&platform.mainActor());
-    // Qt ends the process when it has no display.
     if (!loop || !(isSet("DISPLAY") || isSet("WAYLAND_DISPLAY") || isSet("QT_QPA_PLATFORM")))
         return nullptr;
+    const FatalMessages watched(std::move(withoutDisplay));
     return std::make_unique<QtRenderer>(*loop, count, values);
 }
 

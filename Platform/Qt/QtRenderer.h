@@ -28,7 +28,7 @@ public:
 
 private:
     ViewWindow &window(const std::string &id);
-    TrayItem::Content trayContent() const;
+    const TrayItem::Content &trayContent();
     void trayPressed(int x, int y);
 
     QApplication application_;
@@ -37,6 +37,9 @@ private:
     TrayItem tray_;
     const bool isSecond_;
     Scenes *scenes_ = nullptr;
+    TrayItem::Content content_;
+    /// Name and colour of what is in `content_`.
+    std::pair<std::string, QColor> drawn_;
     std::function<void()> shown_;
     std::map<std::string, std::unique_ptr<ViewWindow>> windows_;
 };

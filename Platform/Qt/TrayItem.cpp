@@ -334,12 +334,14 @@ void TrayItem::setHosted(bool isHosted) {
 }
 
 void TrayItem::show(Content content) {
-    const bool isOther = content.toolTip != content_.toolTip;
+    const bool isOtherIcon = content.iconName != content_.iconName || content.images != content_.images;
+    const bool isOtherTip = content.toolTip != content_.toolTip;
     content_ = std::move(content);
     if (!bus_)
         return;
-    tell("NewIcon");
-    if (!isOther)
+    if (isOtherIcon)
+        tell("NewIcon");
+    if (!isOtherTip)
         return;
     tell("NewTitle");
     tell("NewToolTip");

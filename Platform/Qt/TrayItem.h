@@ -23,6 +23,7 @@ public:
     struct Image {
         std::int32_t size;
         std::vector<std::uint8_t> pixels;
+        friend bool operator==(const Image &, const Image &) = default;
     };
     struct Content {
         /// Name in the desktop's icon theme; empty where that has none, and the images count.
@@ -51,6 +52,7 @@ public:
     bool becomeOnly();
     /// Offers the item to a tray, now and whenever one comes.
     void join(Content content);
+    /// The tray is told of what is another than before.
     void show(Content content);
 
 private:

@@ -97,6 +97,11 @@ private:
     int lineWidth() const { return fontMetrics().size(Qt::TextExpandTabs, text()).width() + 2; }
 };
 
+/// Whoever uses the mouse does not look for the focus.
+bool showsFocus(const QWidget &widget) {
+    return widget.hasFocus() && widget.window()->testAttribute(Qt::WA_KeyboardFocusChange);
+}
+
 /// A check box that looks like what it does: on or off at once.
 class Switch final : public QCheckBox {
 public:
@@ -120,7 +125,7 @@ protected:
         painter.setBrush(Qt::white);
         const bool isRight = isChecked() == (layoutDirection() == Qt::LeftToRight);
         painter.drawEllipse(QPointF(isRight ? 26 : 10, 11), 6, 6);
-        if (!hasFocus())
+        if (!showsFocus(*this))
             return;
         painter.setBrush(Qt::NoBrush);
         painter.setPen(QPen(palette().color(QPalette::Highlight), 1.5));
@@ -182,7 +187,7 @@ protected:
         painter.setFont(underlined);
         painter.setPen(palette().color(QPalette::Link));
         painter.drawText(rect(), Qt::AlignVCenter | Qt::TextShowMnemonic, text());
-        if (hasFocus())
+        if (showsFocus(*this))
             painter.drawRoundedRect(rect().adjusted(0, 0, -1, -1), 3, 3);
     }
 };
@@ -247,6 +252,8 @@ private:
             [](const auto &node) -> std::string {
                 if constexpr (requires { node.id; })
                     return node.id;
+                else if constexpr (requires { node.alignsFirstLines; })
+                    return node.alignsFirstLines ? "first lines" : "";
                 else
                     return {};
             },
@@ -310,7 +317,6 @@ private:
     void make(const view::Progress &) {
         auto *bar = own(new QProgressBar);
         bar->setTextVisible(false);
-        bar->setMinimumWidth(40);
         bar->setMaximumHeight(10);
     }
     void make(const view::Separator &) {
@@ -321,7 +327,8 @@ private:
     void make(const view::Spacer &) {
         own(new QWidget)->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     }
-    void make(const view::Row &) {
+    void make(const view::Row &node) {
+        alignment_ = node.alignsFirstLines ? Qt::AlignTop : Qt::AlignVCenter;
         layout_ = box(own(new QWidget), QBoxLayout::LeftToRight, rowSpacing);
         // Keeps the others together where none of them grows.
         filler_ = new QWidget;
@@ -341,7 +348,7 @@ private:
         layout_ = box(new QWidget, QBoxLayout::TopToBottom, columnSpacing);
         aligned->addWidget(layout_->parentWidget());
         aligned->addStretch(1);
-        aligned->setContentsMargins(0, 0, rowSpacing, 0);
+        aligned->setContentsMargins(margin, margin, margin, margin);
         area->setWidget(content);
     }
 
@@ -357,7 +364,8 @@ private:
     }
     void fill(const view::Dot &node) {
         const bool dark = isDark(widget->window()->palette());
-        as<DotMark>()->fill(node.color == Color::green    ? (dark ? "#4cc764" : "#2a9d44")
+        as<DotMark>()->fill(node.color == Color::clear    ? QColor(Qt::transparent)
+                            : node.color == Color::green  ? (dark ? "#4cc764" : "#2a9d44")
                             : node.color == Color::yellow ? (dark ? "#f5c542" : "#d69a00")
                                                           : (dark ? "#8a8d91" : "#9a9da1"));
         widget->setToolTip(text(node.label));
@@ -418,6 +426,8 @@ private:
     }
     void fill(const view::Progress &node) {
         auto *bar = as<QProgressBar>();
+        bar->setMinimumWidth(node.width.value_or(40));
+        bar->setMaximumWidth(node.width.value_or(QWIDGETSIZE_MAX));
         bar->setRange(0, node.fraction ? 1000 : 0);
         bar->setValue(static_cast<int>(std::lround(std::clamp(node.fraction.value_or(0), 0.0, 1.0) * 1000)));
         say(bar, node.label);
@@ -468,9 +478,8 @@ private:
         for (std::size_t i = kept; i < views.size() - keptAtEnd; ++i) {
             auto child = std::make_unique<Drawn>(views[i], acted_);
             const bool isFixed = child->widget->sizePolicy().horizontalPolicy() == QSizePolicy::Fixed;
-            const auto alignment = layout_->direction() == QBoxLayout::LeftToRight ? Qt::AlignVCenter
-                                   : isFixed                                       ? Qt::AlignLeft
-                                                                                   : Qt::Alignment();
+            const bool isInRow = layout_->direction() == QBoxLayout::LeftToRight;
+            const auto alignment = isInRow ? alignment_ : isFixed ? Qt::AlignLeft : Qt::Alignment();
             layout_->insertWidget(static_cast<int>(i), child->widget, 0, alignment);
             // In a window that is open it would count only from the next turn of the loop on.
             child->widget->show();
@@ -485,6 +494,7 @@ private:
     Acted acted_;
     std::vector<std::unique_ptr<Drawn>> children_;
     QBoxLayout *layout_ = nullptr;
+    Qt::Alignment alignment_;
     QWidget *filler_ = nullptr;
     Label *title_ = nullptr, *detail_ = nullptr;
     Switch *switch_ = nullptr;
@@ -506,6 +516,9 @@ void ViewPane::show(const View &view) {
         layout()->addWidget(root_->widget);
         root_->widget->show();
     }
+    // The bar of what scrolls belongs at the edge.
+    const int around = std::holds_alternative<view::Scroll>(view.node) ? 0 : margin;
+    setContentsMargins(around, around, around, around);
     root_->update(view);
     QWidget *last = nullptr;
     root_->chain(last);

@@ -14,6 +14,9 @@ namespace tarn {
 /// Thread: main thread. Ownership: Qt's; trees and their actions are copied.
 class ViewPane final : public QWidget {
 public:
+    /// Around the content, in points.
+    static constexpr int margin = 16;
+
     /// `acted` is called after each action of a control, when the tree may be another.
     explicit ViewPane(std::function<void()> acted, QWidget *parent = nullptr);
     ~ViewPane() override;

@@ -8,11 +8,6 @@
 #include <utility>
 
 namespace tarn {
-namespace {
-
-constexpr int margin = 16;
-
-} // namespace
 
 ViewWindow::ViewWindow(std::function<WindowContent()> content) : content_(std::move(content)) {
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
@@ -24,7 +19,6 @@ ViewWindow::ViewWindow(std::function<WindowContent()> content) : content_(std::m
     area_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     area_->setFocusPolicy(Qt::NoFocus);
     pane_ = new ViewPane([this] { refreshSoon(); });
-    pane_->setContentsMargins(margin, margin, margin, margin);
     area_->setWidget(pane_);
     outer->addWidget(area_);
 }
@@ -78,7 +72,7 @@ void ViewWindow::fitHeight() {
         pane_->hasHeightForWidth() ? pane_->heightForWidth(inside) : pane_->sizeHint().height();
     int wanted = height_.value_or(natural + 2 * area_->frameWidth());
     if (!testAttribute(Qt::WA_DontShowOnScreen))
-        wanted = std::min(wanted, screen()->availableGeometry().height() - 2 * margin);
+        wanted = std::min(wanted, screen()->availableGeometry().height() - 2 * ViewPane::margin);
     setFixedHeight(wanted);
 }
 

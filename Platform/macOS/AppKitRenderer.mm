@@ -333,7 +333,7 @@ int AppKitRenderer::run(Scenes &scenes, std::function<void()> shown) {
     return 0;
 }
 
-std::unique_ptr<Renderer> makeRenderer(Platform &, int &, char **) {
+std::unique_ptr<Renderer> makeRenderer(Platform &, int &, char **, std::function<void()>) {
     // A process outside of any login session, such as one of a remote shell, has no window server to ask.
     NSDictionary *session = CFBridgingRelease(CGSessionCopyCurrentDictionary());
     return session ? std::make_unique<AppKitRenderer>() : nullptr;

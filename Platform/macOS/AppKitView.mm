@@ -114,6 +114,8 @@ NSColor *colorOf(view::Color color) {
         return NSColor.systemYellowColor;
     case view::Color::green:
         return NSColor.systemGreenColor;
+    case view::Color::clear:
+        return NSColor.clearColor;
     }
     return NSColor.systemGrayColor;
 }
@@ -249,25 +251,6 @@ void show(NSButton *button, const view::Link &node) {
     button.toolTip = labelText(node.url);
 }
 
-NSProgressIndicator *makeView(const view::Progress *) {
-    NSProgressIndicator *bar = [[NSProgressIndicator alloc] initWithFrame:NSZeroRect];
-    bar.style = NSProgressIndicatorStyleBar;
-    bar.controlSize = NSControlSizeSmall;
-    bar.minValue = 0;
-    bar.maxValue = 1;
-    return bar;
-}
-
-void show(NSProgressIndicator *bar, const view::Progress &node) {
-    bar.indeterminate = !node.fraction;
-    bar.doubleValue = node.fraction.value_or(0);
-    if (node.fraction)
-        [bar stopAnimation:nil];
-    else
-        [bar startAnimation:nil];
-    bar.accessibilityLabel = labelText(node.label);
-}
-
 NSBox *makeView(const view::Separator *) {
     NSBox *line = [[NSBox alloc] initWithFrame:NSZeroRect];
     line.boxType = NSBoxSeparator;
@@ -329,6 +312,35 @@ void addFilling(NSStackView *column, NSView *view, NSInteger index) {
     const CGFloat margins = column.edgeInsets.left + column.edgeInsets.right;
     [view.widthAnchor constraintEqualToAnchor:column.widthAnchor constant:-margins].active = YES;
 }
+
+class DrawnProgress final : public DrawnAs<view::Progress> {
+public:
+    explicit DrawnProgress(const Acted &) {
+        bar_.style = NSProgressIndicatorStyleBar;
+        bar_.controlSize = NSControlSizeSmall;
+        bar_.minValue = 0;
+        bar_.maxValue = 1;
+    }
+    NSView *view() const override { return bar_; }
+
+protected:
+    void apply(const view::Progress &node) override {
+        width_.active = NO;
+        width_.constant = node.width.value_or(0);
+        width_.active = node.width.has_value();
+        bar_.indeterminate = !node.fraction;
+        bar_.doubleValue = node.fraction.value_or(0);
+        if (node.fraction)
+            [bar_ stopAnimation:nil];
+        else
+            [bar_ startAnimation:nil];
+        bar_.accessibilityLabel = labelText(node.label);
+    }
+
+private:
+    NSProgressIndicator *const bar_ = [[NSProgressIndicator alloc] initWithFrame:NSZeroRect];
+    NSLayoutConstraint *const width_ = [bar_.widthAnchor constraintEqualToConstant:0];
+};
 
 class DrawnToggle final : public DrawnAs<view::Toggle> {
 public:
@@ -467,6 +479,8 @@ public:
 
 protected:
     void apply(const view::Row &node) override {
+        children_.stack().alignment =
+            node.alignsFirstLines ? NSLayoutAttributeFirstBaseline : NSLayoutAttributeCenterY;
         children_.update(node.children);
         bool isFilled = false;
         NSTextField *widest = nil;
@@ -528,6 +542,7 @@ public:
         scroll_.hasVerticalScroller = YES;
         scroll_.autohidesScrollers = YES;
         scroll_.documentView = document;
+        document.edgeInsets = NSEdgeInsetsMake(windowMargin, windowMargin, windowMargin, windowMargin);
         NSLayoutConstraint *wholeHeight =
             [scroll_.heightAnchor constraintEqualToAnchor:document.heightAnchor];
         wholeHeight.priority = scrollPriority;
@@ -550,6 +565,9 @@ private:
 
 template <class Kind> struct DrawnKind {
     using Type = Single<Kind>;
+};
+template <> struct DrawnKind<view::Progress> {
+    using Type = DrawnProgress;
 };
 template <> struct DrawnKind<view::Toggle> {
     using Type = DrawnToggle;
@@ -587,7 +605,9 @@ AppKitView::AppKitView(const WindowContent &content, std::function<void()> acted
           .root = Children(makeStack(NSUserInterfaceLayoutOrientationVertical, 0), std::move(acted))}) {
     NSView *container = state_->container;
     NSStackView *stack = state_->root.stack();
-    const CGFloat margin = content.id == "menu" ? panelMargin : windowMargin;
+    // The bar of what scrolls belongs at the edge.
+    const bool isScrolled = std::holds_alternative<view::Scroll>(content.content.node);
+    const CGFloat margin = isScrolled ? 0 : content.id == "menu" ? panelMargin : windowMargin;
     stack.edgeInsets = NSEdgeInsetsMake(margin, margin, margin, margin);
     [container addSubview:stack];
     NSLayoutConstraint *wholeHeight = [stack.bottomAnchor constraintEqualToAnchor:container.bottomAnchor];

@@ -3,7 +3,7 @@
 
 namespace tarn {
 
-std::unique_ptr<Renderer> makeRenderer(Platform &, int &, char **) {
+std::unique_ptr<Renderer> makeRenderer(Platform &, int &, char **, std::function<void()>) {
     return nullptr;
 }
 

@@ -10,8 +10,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <functional>
+#include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -39,10 +42,17 @@ bool isKnown(const std::vector<std::string> &words) {
                                [](const auto &word) { return word == "--text" || word == "--follow"; });
 }
 
-int showWindows(Platform &platform, Renderer &renderer) {
-    Application application(platform, renderer.desktop(), Application::Role::owner,
-                            [&renderer](const std::string &id) { renderer.openWindow(id); });
-    const int status = renderer.run(application.scenes(), [&application] { application.status().start(); });
+int misused() {
+    std::fputs(help, stderr);
+    return exitUsage;
+}
+
+int showWindows(Platform &platform, std::unique_ptr<Renderer> renderer) {
+    Application application(platform, renderer->desktop(), Application::Role::owner,
+                            [&renderer](const std::string &id) { renderer->openWindow(id); });
+    const int status = renderer->run(application.scenes(), [&application] { application.status().start(); });
+    // The toolkit has an end of its own: what was copied is handed over to the desktop.
+    renderer.reset();
     // The system takes back faster what is left.
     _exit(status);
 }
@@ -51,6 +61,16 @@ int showText(Platform &platform, bool isFollowing) {
     TerminalDesktop desktop;
     Application application(platform, desktop, Application::Role::guest, [](const std::string &) {});
     _exit(runTextMenu(platform.mainActor(), application, isFollowing) ? 0 : exitFailed);
+}
+
+/// The exit status of what is done, which may not throw where a toolkit calls it.
+int reporting(const std::function<int()> &work) {
+    try {
+        return work();
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "TarnlinkMenu: %s\n", text::printable(error.what()).c_str());
+        return exitFailed;
+    }
 }
 
 } // namespace
@@ -68,28 +88,21 @@ int main(int count, char **values) {
     if (const auto status = runPreviewCommand(words))
         return *status;
     const bool isText = has("--text");
-    if (isText ? !isKnown(words) : has("--follow")) {
-        std::fputs(help, stderr);
-        return exitUsage;
-    }
-    try {
+    if (isText ? !isKnown(words) : has("--follow"))
+        return misused();
+    return reporting([&] {
         const auto platform = makePlatform();
         if (isText)
             return showText(*platform, has("--follow"));
         // The toolkit takes its own words away.
-        const auto renderer = makeRenderer(*platform, count, values);
+        const auto showTextInstead = [&] {
+            _exit(reporting([&] { return count > 1 ? misused() : showText(*platform, true); }));
+        };
+        auto renderer = makeRenderer(*platform, count, values, showTextInstead);
         if (renderer && renderer->isSecond())
             return 0;
-        const std::vector<std::string> rest(values + std::min(count, 1), values + count);
-        if (!rest.empty()) {
-            std::fputs(help, stderr);
-            return exitUsage;
-        }
-        if (renderer && renderer->isSecond())
-            return 0;
-        return renderer ? showWindows(*platform, *renderer) : showText(*platform, true);
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "TarnlinkMenu: %s\n", text::printable(error.what()).c_str());
-        return exitFailed;
-    }
+        if (count > 1)
+            return misused();
+        return renderer ? showWindows(*platform, std::move(renderer)) : showText(*platform, true);
+    });
 }

@@ -243,6 +243,16 @@ TEST_F(ServiceTest, APauseTakesTheCallersOwnAuthorization) {
     EXPECT_EQ(result.argument, 2);
     EXPECT_EQ(result.pausedUntil, Date(1'800'000'090s));
     EXPECT_EQ(status().pausedUntil, result.pausedUntil);
+    // Whoever is refused is told of the pause that goes on.
+    const auto toldEnd = [&] {
+        return TarnXPCCoding::decoder().decode<PauseResult>(answers.at(0).bytes).pausedUntil;
+    };
+    EXPECT_EQ(pause(form(7), NAN), "badLength");
+    EXPECT_EQ(toldEnd(), result.pausedUntil);
+    EXPECT_EQ(pause(std::nullopt), "denied.noCredential");
+    EXPECT_EQ(toldEnd(), result.pausedUntil);
+    EXPECT_EQ(code(caller(7), Protocol::Resume()), "denied.admin");
+    EXPECT_EQ(toldEnd(), result.pausedUntil);
     // Whoever asked has gone by the time that it is judged.
     daemon.resume();
     authorizationQueue.isHeld = true;

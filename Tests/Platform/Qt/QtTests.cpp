@@ -1,11 +1,13 @@
 // The widgets without a display, and the tray item on a bus of its own.
 
+#include "Platform/Platform.h"
 #include "Platform/Qt/QtLoop.h"
 #include "Platform/Qt/Symbols.h"
 #include "Platform/Qt/TrayItem.h"
 #include "Platform/Qt/ViewWindow.h"
 #include "TarnCore/Status.h"
 #include "TarnCore/StatusPresentation.h"
+#include "TarnlinkMenu/Renderer.h"
 
 #include <QApplication>
 #include <QKeyEvent>
@@ -52,7 +54,8 @@ TEST_F(QtTest, WindowKeepsWhatStaysAndIsUsedByKeyboard) {
                       }};
     };
     ViewWindow window([&] {
-        Views rows = {button("first"), Progress{fraction, "part"}, button("last", true)};
+        Views rows = {button("first"), Row{{Progress{fraction, "part", 100}, Spacer{}}},
+                      button("last", true)};
         if (hasExtra)
             rows.insert(rows.begin() + 1, {Text{"A line that is too long for a window so narrow"},
                                            button("extra"), Toggle{.id = "toggle", .title = "Toggle"}});
@@ -72,6 +75,7 @@ TEST_F(QtTest, WindowKeepsWhatStaysAndIsUsedByKeyboard) {
     EXPECT_EQ(pressed, "first;") << "the button with the focus, not the default";
     EXPECT_EQ(window.findChild<QProgressBar *>(), bar);
     EXPECT_EQ(bar->value(), 700);
+    EXPECT_EQ(bar->width(), 100);
     EXPECT_EQ(find("first"), first);
     EXPECT_EQ(window.focusWidget(), first);
     EXPECT_GT(window.height(), heightBefore + 50) << "the long line wraps";
@@ -80,6 +84,13 @@ TEST_F(QtTest, WindowKeepsWhatStaysAndIsUsedByKeyboard) {
         if (next->focusPolicy() != Qt::NoFocus && !next->objectName().isEmpty())
             order += next->objectName().toStdString() + " ";
     EXPECT_THAT(order, StartsWith("first extra toggle last "));
+
+    auto *toggle = find("toggle");
+    const auto plain = toggle->grab().toImage();
+    toggle->setFocus();
+    EXPECT_EQ(toggle->grab().toImage(), plain) << "as after a press with the mouse";
+    press(toggle, Qt::Key_Backtab), press(find("extra"), Qt::Key_Tab);
+    EXPECT_NE(toggle->grab().toImage(), plain);
 
     // It takes itself away.
     press(find("extra"), Qt::Key_Space);
@@ -97,6 +108,19 @@ TEST_F(QtTest, EveryStatusHasItsDrawing) {
     for (int kind = 0; kind <= static_cast<int>(Status::Kind::disabled); ++kind) {
         const auto name = StatusPresentation(Status{static_cast<Status::Kind>(kind), {}, {}}).symbolName;
         EXPECT_FALSE(symbols::pixmap(name, Qt::red, 16, 1).isNull()) << name;
+    }
+}
+
+TEST(Display, WithoutAUsableOneSomethingElseIsDone) {
+    for (const auto &[variable, value] : {std::pair("DISPLAY", ":7777"), {"QT_QPA_PLATFORM", "none"}}) {
+        const auto start = [&, name = variable, text = value] {
+            unsetenv("QT_QPA_PLATFORM"), setenv(name, text, 1);
+            int count = 1;
+            char program[] = "test", *values[] = {program, nullptr};
+            const auto platform = makePlatform();
+            makeRenderer(*platform, count, values, [] { _exit(7); });
+        };
+        EXPECT_EXIT(start(), testing::ExitedWithCode(7), "") << variable;
     }
 }
 
@@ -198,6 +222,23 @@ TEST_F(TrayTest, ItemIsOfferedWhenATrayComesAndOnlyOneApplicationRuns) {
         EXPECT_EQ(call("/MenuBar", menu + "Event " + id + " clicked '<0>' 0"), "()\n");
     EXPECT_EQ(call(item, "org.kde.StatusNotifierItem.Activate 7 8"), "()\n");
     EXPECT_EQ(trail, "Quit;7,8;");
+
+    // The tray hears of what is another than before, and of nothing else.
+    trail.clear();
+    sd_bus *opened = nullptr;
+    ASSERT_GE(sd_bus_open_user(&opened), 0);
+    const BusHandle listener(opened);
+    const auto note = [](sd_bus_message *signal, void *data, sd_bus_error *) {
+        *static_cast<std::string *>(data) += std::string(sd_bus_message_get_member(signal)) + ";";
+        return 0;
+    };
+    ASSERT_GE(sd_bus_match_signal(opened, nullptr, nullptr, item.c_str(), nullptr, nullptr, note, &trail), 0);
+    for (const auto &[tip, blue] : {std::pair("tip", 3), {"tip", 4}, {"tip", 4}, {"other", 4}, {"last", 5}})
+        first.show({"", {{1, {255, 1, 2, static_cast<std::uint8_t>(blue)}}}, tip});
+    call(item, "org.freedesktop.DBus.Peer.Ping");
+    while (sd_bus_process(opened, nullptr) > 0)
+        ;
+    EXPECT_EQ(trail, "NewIcon;NewTitle;NewToolTip;NewIcon;NewTitle;NewToolTip;");
 
     trail.clear();
     std::thread launch([&] {

@@ -7,6 +7,7 @@
 #include "TarnSystem/DynamicStore.h"
 #include "TarnSystem/DynamicStoreWatch.h"
 #include "TarnSystem/HostEvents.h"
+#include "TarnSystem/HostSurvey.h"
 #include "TarnSystem/KernelTables.h"
 #include "TarnSystem/Log.h"
 #include "TarnSystem/MainActor.h"
@@ -60,6 +61,7 @@ public:
     virtual const LocalizedStrings &strings() = 0;
     virtual SystemClock &clock() = 0;
     virtual HostEvents &hostEvents() = 0;
+    virtual HostSurvey &hostSurvey() = 0;
     virtual Supervisor &supervisor() = 0;
     virtual AuthorizationServices &authorizations() = 0;
     /// Lets a person at a terminal be asked where nothing else asks them. Waits until the agent is ready,

@@ -60,6 +60,10 @@ CtlCommand parseCtlCommand(const std::vector<std::string> &words) {
         command.verb = Verb::diagnostics;
     } else if (is(0, "history")) {
         command.verb = Verb::history;
+    } else if (is(0, "doctor")) {
+        command.verb = Verb::doctor;
+        for (; is(known, "--json"); ++known)
+            command.asJson = true;
     } else {
         throw CtlUsageError(words.empty() ? "a command is needed" : quoted(words[0]) + " is no command");
     }
@@ -78,12 +82,14 @@ Asks the Tarnlink daemon, or tells it what is wanted.
   resume                        end the pause
   diagnostics                   everything the daemon can tell of itself
   history                       what happened lately
+  doctor                        what commonly goes wrong on this machine, and what to do about it
+    --json                      as one line of JSON
   set tethering-while-wired on|off
                                 leave a phone's connection on beside a wired one
   set tethering-dns-fix on|off  keep a phone's name server out of the way of a VPN's
   --help, --version
 
-Exit status: 0 done, 1 refused or failed, 2 wrong use, 3 no daemon.
+Exit status: 0 done, 1 refused or failed, or something found, 2 wrong use, 3 no daemon.
 )";
 
 } // namespace tarn

@@ -8,11 +8,23 @@ namespace tarn {
 
 /// What the person wants.
 struct CtlCommand {
-    enum class Verb { help, version, status, pause, resume, diagnostics, history, setWhileWired, setDNSFix };
+    enum class Verb {
+        help,
+        version,
+        status,
+        pause,
+        resume,
+        diagnostics,
+        history,
+        doctor,
+        setWhileWired,
+        setDNSFix
+    };
 
     Verb verb = Verb::help;
-    /// Of status.
+    /// Of status and doctor.
     bool asJson = false;
+    /// Of status.
     bool isWatching = false;
     /// Of pause; above 0 and finite.
     double minutes = 0;

@@ -4,6 +4,7 @@
 #include "TarnSystem/AdminAuthorization.h"
 #include "TarnXPC/DiagnosticsText.h"
 #include "TarnXPC/TarnXPCCoding.h"
+#include "TarnlinkCtl/FindingsText.h"
 #include "TarnlinkCtl/StatusText.h"
 
 #include <cmath>
@@ -62,6 +63,8 @@ Task<int> Controller::carryOut(CtlCommand command) {
         return diagnostics(false);
     case Verb::history:
         return diagnostics(true);
+    case Verb::doctor:
+        return doctor(command.asJson);
     case Verb::setWhileWired:
     case Verb::setDNSFix:
         return set(std::move(command));
@@ -176,6 +179,17 @@ Task<int> Controller::diagnostics(bool onlyHistory) {
     if (onlyHistory)
         text = DiagnosticsText::linesOf(text, DiagnosticsText::history);
     co_return print(statusText::printableLines(text));
+}
+
+Task<int> Controller::doctor(bool asJson) {
+    auto examination = services_.examine();
+    const auto facts = co_await std::move(examination);
+    const auto findings = doctor::diagnose(facts);
+    const auto notSeen = doctor::notSeen(facts);
+    const auto text =
+        asJson ? findingsText::encode(findings, notSeen) : findingsText::describe(findings, notSeen);
+    const int status = print(text);
+    co_return findings.empty() ? status : failed;
 }
 
 Task<int> Controller::set(CtlCommand command) {

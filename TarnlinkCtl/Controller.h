@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TarnSystem/Doctor.h"
 #include "TarnSystem/WorkQueue.h"
 #include "TarnXPC/TarnXPCClient.h"
 #include "TarnlinkCtl/CommandLine.h"
@@ -28,6 +29,8 @@ public:
         std::function<bool(const std::string &text)> print;
         /// Tells the person of a problem: one line that cannot disturb a terminal, without a line feed.
         std::function<void(const std::string &line)> complain;
+        /// Gathers what the doctor judges by.
+        std::function<Task<doctor::Facts>()> examine = {};
     };
     enum ExitStatus : int { done = 0, failed = 1, wrongUse = 2, noDaemon = 3 };
 
@@ -44,6 +47,7 @@ private:
     Task<int> pause(double minutes);
     Task<int> resume();
     Task<int> diagnostics(bool onlyHistory);
+    Task<int> doctor(bool asJson);
     Task<int> set(CtlCommand command);
 
     /// The external form of a right; none when nobody can be asked here. Throws what else went wrong.

@@ -2,7 +2,9 @@
 #include "TarnCore/AppInfo.h"
 #include "TarnCore/Text.h"
 #include "TarnSystem/AdminAuthorization.h"
+#include "TarnSystem/SystemStateReader.h"
 #include "TarnlinkCtl/Controller.h"
+#include "TarnlinkCtl/Examination.h"
 
 #include <cstdio>
 #include <unistd.h>
@@ -27,6 +29,12 @@ std::string authorize(Platform &platform, const std::string &right) {
     return authorization.acquireInteractively();
 }
 
+std::unique_ptr<SystemStateReading> openReader(Platform &platform) {
+    constexpr auto name = SystemStateReader::clientName;
+    return std::make_unique<SystemStateReader>(platform.openDynamicStore(name),
+                                               platform.openNetworkPreferences(name), platform.wifi());
+}
+
 Task<void> carryOut(Controller &controller, CtlCommand command, MainActor &actor, int &status) {
     status = co_await controller.run(command);
     actor.post([&actor] { actor.stop(); });
@@ -37,10 +45,20 @@ int carryOut(const CtlCommand &command) {
     auto &actor = platform->mainActor();
     TarnXPCClient client(platform->connector(), actor);
     WorkerThread queue(actor);
+    Examination examination{client,
+                            platform->hostSurvey(),
+                            platform->authorizations(),
+                            platform->kernelTables(),
+                            platform->clock(),
+                            platform->userDefaults(),
+                            [&] { return openReader(*platform); },
+                            [&] { return platform->visibility(); },
+                            [&](const std::string &name) { return platform->openDynamicStore(name); },
+                            platform->stateFolder()};
     Controller controller(
         {client, actor, queue, [&](const std::string &right) { return authorize(*platform, right); },
          [] { return std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now()); }, print,
-         complain});
+         complain, [&] { return examination.run(); }});
     int status = Controller::failed;
     detach(carryOut(controller, command, actor, status));
     actor.run();

@@ -1,6 +1,7 @@
 #include "TarnlinkMenu/UpdateChecker.h"
 
 #include "TarnCore/Text.h"
+#include "TarnSystem/UpdateDefaults.h"
 #include "TarnSystem/Updates/TLSInterception.h"
 
 #include <algorithm>
@@ -21,7 +22,7 @@ using namespace std::chrono_literals;
 
 constexpr auto timerInterval = 6h;
 constexpr auto checkInterval = 24h;
-constexpr auto silenceLimit = 30 * 24h;
+constexpr auto silenceLimit = updateDefaults::silenceLimit;
 constexpr double feedTimeout = 8;
 constexpr double downloadTimeout = 60;
 constexpr double daemonTimeout = 30;
@@ -33,15 +34,15 @@ constexpr const char *category = "update";
 constexpr const char *unknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
 
 namespace keys {
-constexpr const char *automatic = "UpdateCheck";
-constexpr const char *lastCheck = "UpdateLastCheck";
+using updateDefaults::automatic;
+using updateDefaults::lastCheck;
+using updateDefaults::troubleSince;
 constexpr const char *manifest = "UpdateAvailableManifest";
 constexpr const char *signature = "UpdateAvailableSignature";
 constexpr const char *pendingBuild = UpdateChecker::pendingBuildKey;
 constexpr const char *pendingVersion = "UpdatePendingVersion";
 constexpr const char *pendingNotes = "UpdatePendingNotes";
 constexpr const char *notice = "UpdateFeedNotice";
-constexpr const char *troubleSince = "UpdateFeedTroubleSince";
 constexpr const char *highestBuild = "UpdateHighestBuildSeen";
 } // namespace keys
 

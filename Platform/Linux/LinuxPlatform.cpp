@@ -6,6 +6,7 @@
 #include "Platform/Linux/JournalLog.h"
 #include "Platform/Linux/LinuxClock.h"
 #include "Platform/Linux/LinuxHostEvents.h"
+#include "Platform/Linux/LinuxHostSurvey.h"
 #include "Platform/Linux/LinuxKernelTables.h"
 #include "Platform/Linux/LinuxLog.h"
 #include "Platform/Linux/LinuxNetwork.h"
@@ -110,6 +111,7 @@ public:
     const LocalizedStrings &strings() override { return strings_; }
     SystemClock &clock() override { return clock_; }
     HostEvents &hostEvents() override { return hostEvents_; }
+    HostSurvey &hostSurvey() override { return hostSurvey_; }
     Supervisor &supervisor() override { return supervisor_; }
     AuthorizationServices &authorizations() override { return authorizations_; }
     std::unique_ptr<AuthenticationAgent> openTerminalAgent() override { return TerminalAgent::open(); }
@@ -185,6 +187,7 @@ private:
     ResourceStrings strings_;
     LinuxClock clock_;
     LinuxHostEvents hostEvents_{loop_, preferenceLayers()};
+    LinuxHostSurvey hostSurvey_;
     SystemdSupervisor supervisor_;
     PolkitAuthorizations authorizations_;
     BusConnector connector_{loop_};

@@ -10,6 +10,7 @@
 #include "Platform/macOS/MacDynamicStore.h"
 #include "Platform/macOS/MacDynamicStoreWatch.h"
 #include "Platform/macOS/MacHostEvents.h"
+#include "Platform/macOS/MacHostSurvey.h"
 #include "Platform/macOS/MacInterfaceLookup.h"
 #include "Platform/macOS/MacKernelTables.h"
 #include "Platform/macOS/MacMachine.h"
@@ -59,6 +60,7 @@ public:
     const LocalizedStrings &strings() override { return strings_; }
     SystemClock &clock() override { return clock_; }
     HostEvents &hostEvents() override { return hostEvents_; }
+    HostSurvey &hostSurvey() override { return hostSurvey_; }
     Supervisor &supervisor() override { return supervisor_; }
     std::unique_ptr<AuthenticationAgent> openTerminalAgent() override { return nullptr; }
     AuthorizationServices &authorizations() override { return authorizations_; }
@@ -123,6 +125,7 @@ private:
     BundleStrings strings_;
     MacSystemClock clock_;
     MacHostEvents hostEvents_{preferenceFiles()};
+    MacHostSurvey hostSurvey_{processes_};
     LaunchdSupervisor supervisor_;
     MacAuthorizations authorizations_;
     XPCConnector connector_;

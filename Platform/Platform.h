@@ -3,6 +3,7 @@
 #include "TarnCore/LocalizedStrings.h"
 #include "TarnSystem/AuthenticationAgent.h"
 #include "TarnSystem/AuthorizationServices.h"
+#include "TarnSystem/DaemonRegistration.h"
 #include "TarnSystem/DatagramConnection.h"
 #include "TarnSystem/DynamicStore.h"
 #include "TarnSystem/DynamicStoreWatch.h"
@@ -10,6 +11,7 @@
 #include "TarnSystem/HostSurvey.h"
 #include "TarnSystem/KernelTables.h"
 #include "TarnSystem/Log.h"
+#include "TarnSystem/LoginItem.h"
 #include "TarnSystem/MainActor.h"
 #include "TarnSystem/NetworkPreferences.h"
 #include "TarnSystem/PackageTool.h"
@@ -88,6 +90,10 @@ public:
     /// Build number of the application installed at `appPath`; absent when there is none, or it does not say
     /// a whole number.
     virtual std::optional<std::int64_t> installedBuild(const std::string &appPath) = 0;
+
+    /// Whether the system starts the daemon by itself, and the menu application at login.
+    virtual DaemonRegistration &daemonRegistration() = 0;
+    virtual LoginItem &loginItem() = 0;
 
     /// Tells, before the first reading, which services an earlier run of this program disabled. A system
     /// that keeps such a state itself need not be told.

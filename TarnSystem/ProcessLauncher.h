@@ -21,6 +21,10 @@ public:
         std::string standardError = {};
         /// And to its standard output.
         std::string standardOutput = {};
+
+        /// Why it did not do its work, in the last line that it said, on its standard error where it said
+        /// anything there; none when it did.
+        std::optional<std::string> complaint() const;
     };
 
     virtual ~ProcessLauncher() = default;

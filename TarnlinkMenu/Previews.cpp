@@ -4,6 +4,7 @@
 #include "TarnlinkMenu/AdminPanelModel.h"
 #include "TarnlinkMenu/ModifierWatcher.h"
 #include "TarnlinkMenu/Scenes.h"
+#include "TarnlinkMenu/StartupModel.h"
 #include "TarnlinkMenu/StatusModel.h"
 
 #include <algorithm>
@@ -87,6 +88,26 @@ struct SampleDefaults final : UserDefaults {
     void remove(const std::string &key) override { values.erase(key); }
 };
 
+struct SampleRegistration final : DaemonRegistration {
+    RegistrationState is = RegistrationState::enabled;
+    std::string command;
+
+    std::optional<RegistrationState> state() override { return is; }
+    std::optional<std::string> registerDaemon() override { return std::nullopt; }
+    std::optional<std::string> unregisterDaemon() override { return std::nullopt; }
+    std::optional<std::string> administratorCommand(RegistrationState) const override {
+        return command.empty() ? std::nullopt : std::optional(command);
+    }
+    void openSystemSettings() override {}
+};
+
+struct SampleLoginItem final : LoginItem {
+    RegistrationState is = RegistrationState::enabled;
+
+    std::optional<RegistrationState> state() override { return is; }
+    std::optional<std::string> set(bool) override { return std::nullopt; }
+};
+
 /// A download that stops in its midst.
 struct SampleSession final : HTTPSession {
     explicit SampleSession(std::function<void()> &end) : end_(end) {}
@@ -128,6 +149,8 @@ struct Sample final : RemoteConnector,
     std::optional<WiFiDetails> details;
     LocationStatus permission = LocationStatus::authorized;
     SampleDefaults defaults;
+    SampleRegistration registration;
+    SampleLoginItem loginItem;
     SampleActor actor;
 
     std::shared_ptr<RemoteConnection> connect(const std::string &, const std::string &) override {
@@ -265,6 +288,11 @@ void withoutDaemon(Sample &sample) {
     sample.local = {adapter, wifi};
 }
 
+void unregistered(Sample &sample, RegistrationState state) {
+    withoutDaemon(sample);
+    sample.registration.is = state;
+}
+
 void offered(Sample &sample) {
     wired(sample);
     sample.defaults.setData("UpdateAvailableManifest", offer);
@@ -354,6 +382,22 @@ const std::vector<Scenario> &scenarios() {
              sample.isManaged = true;
          }},
         {"settings-update", "settings", offered},
+        {"settings-unregistered", "settings",
+         [](Sample &sample) { unregistered(sample, RegistrationState::notRegistered); }},
+        {"settings-not-found", "settings",
+         [](Sample &sample) { unregistered(sample, RegistrationState::notFound); }},
+        {"settings-approval", "settings",
+         [](Sample &sample) {
+             unregistered(sample, RegistrationState::requiresApproval);
+             sample.loginItem.is = RegistrationState::requiresApproval;
+         }},
+        {"settings-command", "settings",
+         [](Sample &sample) {
+             unregistered(sample, RegistrationState::notRegistered);
+             sample.registration.command =
+                 *commandForUnit(RegistrationState::notRegistered, "tarnlink.service");
+             sample.loginItem.is = RegistrationState::notRegistered;
+         }},
         {"help", "help", wired},
     };
     return all;
@@ -378,9 +422,11 @@ WindowContent make(const Scenario &scenario, const LocalizedStrings &strings) {
                             sample, location, sample, sample, sample, makeUpdates});
         AdminPanelModel admin({client, sample, sample, sample.actor, strings});
         ModifierWatcher modifiers(sample);
+        StartupModel startup({sample.registration, sample.loginItem, sample, sample});
         Scenes scenes({status, admin, modifiers, sample, sample.actor, strings, [] { return now; },
-                       [](const std::string &) {}});
+                       [](const std::string &) {}, &startup});
         modifiers.start();
+        startup.watch();
         status.start();
         sample.actor.run();
         if (scenario.act) {

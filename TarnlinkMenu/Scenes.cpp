@@ -6,6 +6,7 @@
 #include "TarnlinkMenu/AdminPanelModel.h"
 #include "TarnlinkMenu/Format.h"
 #include "TarnlinkMenu/ModifierWatcher.h"
+#include "TarnlinkMenu/StartupModel.h"
 #include "TarnlinkMenu/StatusModel.h"
 
 #include <algorithm>
@@ -125,6 +126,8 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
         subscriptions = {status.observe(changed), status.updates().observe(changed),
                          status.location().observe(changed), services.admin.observe(changed),
                          services.modifiers.observe(changed)};
+        if (services.startup)
+            subscriptions.push_back(services.startup->observe(changed));
     }
     void noteChange() {
         if (std::exchange(isChangePosted, true))
@@ -195,6 +198,8 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
     void open(const std::string &id) {
         if (id == "admin")
             services.admin.refreshStatus();
+        if (id == "settings" && services.startup)
+            services.startup->watch();
         services.openWindow(id);
     }
 
@@ -506,6 +511,62 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
         return content;
     }
 
+    View warningRow(std::string words, Button control) {
+        return Row{{label(std::move(words), Font::caption, Tone::warning), Spacer{}, std::move(control)}};
+    }
+    Button systemSettingsButton(const char *id) {
+        auto made =
+            button("settings.openSystem", [](State &state) { state.services.startup->openSystemSettings(); });
+        made.id = id;
+        return made;
+    }
+
+    /// Empty while the daemon is started as it should be.
+    Views serviceRows() {
+        const auto *startup = services.startup;
+        const auto state = startup ? startup->daemon() : std::nullopt;
+        if (!state || state == RegistrationState::enabled)
+            return {};
+        if (const auto &command = startup->administratorCommand())
+            return {label(say("settings.service.command", {*command}), Font::caption, Tone::warning)};
+        if (state == RegistrationState::requiresApproval)
+            return {
+                warningRow(say("settings.service.requiresApproval"), systemSettingsButton("allowService"))};
+        auto set =
+            button("settings.service.register", [](State &self) { self.services.startup->registerDaemon(); });
+        set.isEnabled = !startup->busy();
+        Views rows = {warningRow(say(state == RegistrationState::notFound ? "settings.service.notFound"
+                                                                          : "settings.service.notRegistered"),
+                                 std::move(set))};
+        if (const auto &error = startup->daemonError())
+            rows.push_back(
+                label(say("settings.service.error", {printable(*error)}), Font::caption, Tone::warning));
+        return rows;
+    }
+
+    /// Empty where the system does not tell.
+    Views loginRows() {
+        const auto *startup = services.startup;
+        const auto state = startup ? startup->loginItem() : std::nullopt;
+        if (!state)
+            return {};
+        Views rows = {Toggle{.id = "settings.login.title",
+                             .title = say("settings.login.title"),
+                             .detail = say("settings.login.detail"),
+                             .isOn = state == RegistrationState::enabled,
+                             .isEnabled = !startup->busy(),
+                             .changed = doing([](State &self, bool isWanted) {
+                                 self.services.startup->setOpensAtLogin(isWanted);
+                             })}};
+        if (state == RegistrationState::requiresApproval)
+            rows.push_back(
+                warningRow(say("settings.login.requiresApproval"), systemSettingsButton("allowLogin")));
+        if (const auto &error = startup->loginItemError())
+            rows.push_back(
+                label(say("settings.login.error", {printable(*error)}), Font::caption, Tone::warning));
+        return rows;
+    }
+
     View settings() {
         const auto &model = services.status;
         const auto &error = model.settingError();
@@ -521,6 +582,11 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
         if (error && *error != "xpc")
             content.push_back(
                 label(say("settings.error", {printable(*error)}), Font::caption, Tone::warning));
+        std::ranges::move(serviceRows(), std::back_inserter(content));
+        if (auto rows = loginRows(); !rows.empty()) {
+            content.push_back(Separator{});
+            std::ranges::move(rows, std::back_inserter(content));
+        }
         content.push_back(Separator{});
         for (auto &view : updateSettings())
             content.push_back(std::move(view));

@@ -16,6 +16,7 @@ class Desktop;
 class LocalizedStrings;
 class MainActor;
 class ModifierWatcher;
+class StartupModel;
 class StatusModel;
 
 /// What the application shows, worked out anew from its models. Pure but for the actions: the same models at
@@ -35,6 +36,8 @@ public:
         std::function<Date()> now;
         /// Opens a window by its identifier: "admin", "settings", "help".
         std::function<void(const std::string &id)> openWindow;
+        /// Null: nothing is said of what the system starts by itself.
+        StartupModel *startup = nullptr;
     };
 
     explicit Scenes(Services services);

@@ -1,3 +1,4 @@
+#include "Platform/Linux/AutostartItem.h"
 #include "Platform/Linux/BusConnector.h"
 #include "Platform/Linux/BusListener.h"
 #include "Platform/Linux/DebianPackages.h"
@@ -17,6 +18,7 @@
 #include "Platform/Linux/LinuxWiFi.h"
 #include "Platform/Linux/PolkitAuthorizations.h"
 #include "Platform/Linux/ResourceStrings.h"
+#include "Platform/Linux/SystemdRegistration.h"
 #include "Platform/Linux/SystemdSupervisor.h"
 #include "Platform/Linux/TerminalAgent.h"
 #include "Platform/Linux/UdpNetwork.h"
@@ -47,14 +49,32 @@ std::string ownFolder() {
     return state.empty() ? "/var/lib/tarnlink" : state.substr(0, state.find(':'));
 }
 
-/// A file of the user's settings; empty for a process without a home.
-std::string userFile(const std::string &name) {
+/// A file below the user's configuration; empty for a process without a home.
+std::string configurationFile(const std::string &name) {
     const auto configuration = environment("XDG_CONFIG_HOME");
     const auto home = environment("HOME");
     // A relative path in the variable is to be ignored (freedesktop.org, basedir).
     if (configuration.starts_with('/'))
-        return configuration + "/tarnlink/" + name;
-    return home.empty() ? "" : home + "/.config/tarnlink/" + name;
+        return configuration + "/" + name;
+    return home.empty() ? "" : home + "/.config/" + name;
+}
+
+/// A file of the user's settings.
+std::string userFile(const std::string &name) {
+    return configurationFile("tarnlink/" + name);
+}
+
+/// The application's name for the desktop, in one autostart folder of each.
+constexpr const char *autostartFile = "autostart/com.veltrion.tarnlink.menu.desktop";
+
+std::vector<std::string> systemAutostartFiles() {
+    const auto folders = environment("XDG_CONFIG_DIRS");
+    std::istringstream list(folders.empty() ? "/etc/xdg" : folders);
+    std::vector<std::string> files;
+    for (std::string folder; std::getline(list, folder, ':');)
+        if (folder.starts_with('/'))
+            files.push_back(folder + "/" + autostartFile);
+    return files;
 }
 
 /// Where the user's programs keep what can be had again; below the system's temporary files for a process
@@ -141,6 +161,8 @@ public:
     std::optional<std::int64_t> installedBuild(const std::string &appPath) override {
         return text::parseInteger(lineOf(appPath + "/VERSION", 1));
     }
+    DaemonRegistration &daemonRegistration() override { return daemonRegistration_; }
+    LoginItem &loginItem() override { return loginItem_; }
     void rememberDisabled(const std::vector<std::string> &serviceIDs) override {
         for (const auto &serviceID : serviceIDs)
             if (auto device = deviceForServiceID(serviceID))
@@ -191,6 +213,8 @@ private:
     SystemdSupervisor supervisor_;
     PolkitAuthorizations authorizations_;
     BusConnector connector_{loop_};
+    SystemdRegistration daemonRegistration_;
+    AutostartItem loginItem_{configurationFile(autostartFile), systemAutostartFiles()};
 };
 
 } // namespace

@@ -215,7 +215,7 @@ std::shared_ptr<DatagramConnection> MacDatagramNetwork::connect(const std::strin
         const void *native = parameters.requiredInterface->native.get();
         // Null would mean any interface: a probe could then succeed through the wrong one.
         if (!native)
-            throw std::invalid_argument("The required interface has no native object.");
+            throw std::invalid_argument("requiredInterface");
         nw_parameters_require_interface(nwParameters, (__bridge nw_interface_t)native);
     }
     if (parameters.requiredLocalAddress)

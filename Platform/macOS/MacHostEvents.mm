@@ -27,8 +27,9 @@ struct MacHostEvents::State {
     }
 
     void watchSignal(int number, Event event) {
-        // A dispatch source sees a signal beside its usual effect, which would end the process.
-        ::signal(number, SIG_IGN);
+        // A dispatch source sees a signal beside its usual effect, which would end the process. A signal that
+        // is ignored would stay so in the programs that are started (sigaction(2)); a handled one does not.
+        ::signal(number, [](int) {});
         dispatch_source_t source = dispatch_source_create(
             DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number), 0, dispatch_get_main_queue());
         const std::weak_ptr<Handler> weak = handler;

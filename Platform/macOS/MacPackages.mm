@@ -36,25 +36,6 @@ private:
     std::string path_;
 };
 
-std::string lastLine(const std::string &output) {
-    const auto end = output.find_last_not_of(" \t\r\n");
-    if (end == std::string::npos)
-        return {};
-    const auto before = output.find_last_of("\r\n", end);
-    const auto start = before == std::string::npos ? 0 : before + 1;
-    return output.substr(start, end + 1 - start);
-}
-
-/// Why a program did not do its work; none when it did.
-std::optional<std::string> complaint(const ProcessLauncher::Result &result) {
-    if (result.launchError || result.status == 0)
-        return result.launchError;
-    for (const auto *output : {&result.standardError, &result.standardOutput})
-        if (auto line = lastLine(*output); !line.empty())
-            return line;
-    return "exit status " + std::to_string(result.status);
-}
-
 /// Nil when there is no such file, or no XML in it.
 NSXMLElement *_Nullable rootElement(const std::filesystem::path &path) {
     NSString *file = makeNSString(path.string());
@@ -136,7 +117,7 @@ std::variant<PackageIdentity, std::string> MacPackages::identify(const std::stri
             // pkgutil makes the folder itself, and copies what is to be installed as it is packed.
             const auto expanded = folder.path() / "package";
             const auto result = processes_.run("/usr/sbin/pkgutil", {"--expand", path, expanded.string()});
-            if (const auto why = complaint(result))
+            if (const auto why = result.complaint())
                 return *why;
             return identityIn(expanded);
         } catch (const std::system_error &error) {
@@ -146,7 +127,7 @@ std::variant<PackageIdentity, std::string> MacPackages::identify(const std::stri
 }
 
 std::optional<std::string> MacPackages::install(const std::string &path) {
-    return complaint(processes_.run("/usr/sbin/installer", {"-pkg", path, "-target", "/"}));
+    return processes_.run("/usr/sbin/installer", {"-pkg", path, "-target", "/"}).complaint();
 }
 
 } // namespace tarn

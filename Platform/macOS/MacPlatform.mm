@@ -18,6 +18,7 @@
 #include "Platform/macOS/MacPackages.h"
 #include "Platform/macOS/MacProcessLauncher.h"
 #include "Platform/macOS/MacSecureRandom.h"
+#include "Platform/macOS/MacStartup.h"
 #include "Platform/macOS/MacSystemClock.h"
 #include "Platform/macOS/MacUpdaterStarter.h"
 #include "Platform/macOS/MacUserDefaults.h"
@@ -87,6 +88,8 @@ public:
         return macInstalledBuild(appPath);
     }
 
+    DaemonRegistration &daemonRegistration() override { return daemonRegistration_; }
+    LoginItem &loginItem() override { return loginItem_; }
     void rememberDisabled(const std::vector<std::string> &) override {}
     std::unique_ptr<DynamicStore> openDynamicStore(const std::string &clientName) override {
         return openMacDynamicStore(clientName);
@@ -129,6 +132,8 @@ private:
     LaunchdSupervisor supervisor_;
     MacAuthorizations authorizations_;
     XPCConnector connector_;
+    MacDaemonRegistration daemonRegistration_;
+    MacLoginItem loginItem_;
     // The last, and so the first to go: jobs that still wait may hold what uses the other parts.
     DispatchMainActor mainActor_;
 };

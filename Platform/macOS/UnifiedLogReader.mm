@@ -4,7 +4,9 @@
 
 #import <Foundation/Foundation.h>
 
+#include <cerrno>
 #include <stdexcept>
+#include <system_error>
 
 namespace tarn {
 
@@ -12,7 +14,7 @@ std::string UnifiedLogReader::read(const std::string &subsystem) {
     @autoreleasepool {
         NSString *predicate = makeNSString("subsystem == \"" + subsystem + "\"");
         if (!predicate)
-            throw std::runtime_error("The subsystem is no text.");
+            throw std::runtime_error(std::generic_category().message(EILSEQ));
         NSTask *task = [[NSTask alloc] init];
         NSPipe *output = [NSPipe pipe];
         [task setExecutableURL:[NSURL fileURLWithPath:@"/usr/bin/log"]];

@@ -58,7 +58,8 @@ Application::Application(Platform &platform, Desktop &desktop, Role role,
                .queue = logQueue_,
                .preferences = platform.preferences(),
                .makeUpdates = [this] { return makeUpdates(); }}),
-      admin_({client_, authorization_, promptQueue_, actor_, platform.strings()}),
+      admin_({client_, authorization_, promptQueue_, actor_, platform.strings()}), startupQueue_(actor_),
+      startup_({platform.daemonRegistration(), platform.loginItem(), desktop.modifiers(), startupQueue_}),
       modifiers_(desktop.modifiers()), scenes_({.status = status_,
                                                 .admin = admin_,
                                                 .modifiers = modifiers_,
@@ -66,10 +67,17 @@ Application::Application(Platform &platform, Desktop &desktop, Role role,
                                                 .actor = actor_,
                                                 .strings = platform.strings(),
                                                 .now = wallClock,
-                                                .openWindow = std::move(openWindow)}),
+                                                .openWindow = std::move(openWindow),
+                                                .startup = &startup_}),
       // No event of the network tells of a pause.
       pauseSubscription_(admin_.observe([this, last = admin_.pausedUntil()]() mutable {
           if (std::exchange(last, admin_.pausedUntil()) != admin_.pausedUntil())
+              status_.refresh();
+      })),
+      // Nor of a daemon that may run from now on.
+      startupSubscription_(startup_.observe([this, last = startup_.daemon()]() mutable {
+          const auto before = std::exchange(last, startup_.daemon());
+          if (before && before != last)
               status_.refresh();
       })) {}
 

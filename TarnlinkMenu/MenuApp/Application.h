@@ -9,6 +9,7 @@
 #include "TarnlinkMenu/MenuApp/GuestDefaults.h"
 #include "TarnlinkMenu/ModifierWatcher.h"
 #include "TarnlinkMenu/Scenes.h"
+#include "TarnlinkMenu/StartupModel.h"
 #include "TarnlinkMenu/StatusModel.h"
 
 #include <functional>
@@ -60,9 +61,13 @@ private:
     LocationAuthorizer location_;
     StatusModel status_;
     AdminPanelModel admin_;
+    /// Held up by the system when it is asked what it starts.
+    WorkerThread startupQueue_;
+    StartupModel startup_;
     ModifierWatcher modifiers_;
     Scenes scenes_;
     Observable::Subscription pauseSubscription_;
+    Observable::Subscription startupSubscription_;
 };
 
 } // namespace tarn

@@ -74,9 +74,12 @@ void render(const Request &request) {
         const auto content = previews::make(name, platform->strings());
         if (!content)
             throw std::runtime_error("there is no scenario \"" + name + "\"; see --list-scenarios");
+        const auto picture = renderer->png(*content);
+        if (picture.empty())
+            throw std::runtime_error("the system could not draw \"" + name + "\"");
         write(isAll ? std::filesystem::path(request.output) / (name + ".png")
                     : std::filesystem::path(request.output),
-              renderer->png(*content));
+              picture);
     }
 }
 

@@ -15,7 +15,7 @@ namespace tarn {
 class PreviewRenderer {
 public:
     virtual ~PreviewRenderer() = default;
-    /// The bytes of a PNG file.
+    /// The bytes of a PNG file; none when the system could not draw it.
     virtual std::string png(const WindowContent &content) = 0;
 };
 

@@ -3,6 +3,7 @@
 #include "TarnCore/Text.h"
 #include "TarnlinkMenu/MenuApp/Application.h"
 #include "TarnlinkMenu/MenuApp/PreviewCommand.h"
+#include "TarnlinkMenu/MenuApp/RegistrationCommand.h"
 #include "TarnlinkMenu/MenuApp/TerminalDesktop.h"
 #include "TarnlinkMenu/MenuApp/TextMenu.h"
 #include "TarnlinkMenu/Renderer.h"
@@ -32,6 +33,9 @@ terminal.
   --follow    with --text: again whenever it changes
   --render-preview, --list-scenarios
               draw what it shows into pictures, with sample data
+  --registration, --register, --unregister
+              whether the system starts the daemon and, at login, this program; to have the
+              daemon started; to end both
   --help, --version
 
 Exit status: 0 done, 1 failed, 2 wrong use.
@@ -91,6 +95,8 @@ int main(int count, char **values) {
     if (isText ? !isKnown(words) : has("--follow"))
         return misused();
     return reporting([&] {
+        if (const auto status = runRegistrationCommand(words))
+            return *status;
         const auto platform = makePlatform();
         if (isText)
             return showText(*platform, has("--follow"));

@@ -4,6 +4,7 @@
 #include "Support/FakeDesktop.h"
 #include "Support/FakeHTTP.h"
 #include "Support/FakeServices.h"
+#include "Support/FakeStartup.h"
 #include "Support/ForcedKeys.h"
 #include "Support/ManualActor.h"
 #include "Support/MapDefaults.h"
@@ -13,6 +14,7 @@
 #include "TarnlinkMenu/AdminPanelModel.h"
 #include "TarnlinkMenu/ModifierWatcher.h"
 #include "TarnlinkMenu/Scenes.h"
+#include "TarnlinkMenu/StartupModel.h"
 #include "TarnlinkMenu/StatusModel.h"
 
 #include <cstdlib>
@@ -490,6 +492,24 @@ TEST(TextRenderer, FitsIntoEveryWidth) {
     EXPECT_EQ(renderText(pair, 14), "one two three\nfour five six\n");
     for (const int columns : {-1, 0, 1, 2, 7})
         EXPECT_THAT(renderText(tree, columns), HasSubstr("Go")) << columns;
+}
+
+TEST_F(ScenesTest, SettingsSetUpWhatTheSystemStarts) {
+    FakeStartup system;
+    FakeDesktop windows;
+    StartupModel startup{{system, system.loginItem, windows, outside}};
+    scenes.emplace(Scenes::Services{status, admin, modifiers, outside.desktop, actor, strings,
+                                    [this] { return now(); }, [](const std::string &) {}, &startup});
+    EXPECT_THAT(read("settings"), Not(HasSubstr("Open at login"))) << "not read yet";
+    scenes->open("settings"), actor.runDue();
+    press("settings", "settings.service.register");
+    system.loginItem.becomes = RegistrationState::requiresApproval;
+    control<view::Toggle>("settings", "settings.login.title").changed(true), actor.runDue();
+    press("settings", "allowLogin");
+    system.daemon.is = RegistrationState::requiresApproval, windows.becameKey(), actor.runDue();
+    press("settings", "allowService");
+    EXPECT_EQ(system.daemon.calls + system.loginItem.calls, "on;settings;settings;on;");
+    scenes.reset();
 }
 
 } // namespace

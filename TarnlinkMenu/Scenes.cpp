@@ -674,6 +674,11 @@ void Scenes::open(const std::string &id) {
     state_->open(id);
 }
 
+bool Scenes::isSettled() const {
+    const auto &model = state_->services.status;
+    return model.source() == StatusModel::Source::daemon || model.xpcError() || model.errorText();
+}
+
 Observable::Subscription Scenes::observe(std::function<void()> changed) {
     return state_->observe(std::move(changed));
 }

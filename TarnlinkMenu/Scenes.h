@@ -59,6 +59,9 @@ public:
     /// Opens a window, its content brought up to date.
     void open(const std::string &id);
 
+    /// Whether a refresh has ended, well or badly; before that the status is only what it starts from.
+    bool isSettled() const;
+
     /// Told, from the main actor and once for all that changed together, when what is shown may have changed.
     Observable::Subscription observe(std::function<void()> changed);
 

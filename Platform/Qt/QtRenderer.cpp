@@ -70,8 +70,7 @@ QtRenderer::QtRenderer(EventLoop &loop, int &count, char **values)
                        [this](bool isHosted) {
                            if (!shown_)
                                return;
-                           if (!isHosted)
-                               openWindow("menu");
+                           isOpening_ = !isHosted;
                            std::exchange(shown_, {})();
                        },
                    .menu = [this] { return scenes_->plainMenu(); }}),
@@ -87,7 +86,7 @@ ViewWindow &QtRenderer::window(const std::string &id) {
         window = std::make_unique<ViewWindow>([this, id] { return scenes_->window(id); });
         window->setWindowIcon(symbols::icon(scenes_->menuBarItem().name,
                                             QApplication::palette().color(QPalette::WindowText),
-                                            QApplication::palette().color(QPalette::WindowText)));
+                                            QApplication::palette().color(QPalette::WindowText), {1, 2, 3}));
     }
     return *window;
 }
@@ -105,6 +104,8 @@ void QtRenderer::trayPressed(int x, int y) {
 }
 
 const TrayItem::Content &QtRenderer::trayContent() {
+    if (!tray_.isOnBus())
+        return content_;
     const auto item = scenes_->menuBarItem();
     const bool isDark = isTrayDark(), isWarning = item.tone == view::Tone::warning;
     const QColor color = isDark ? (isWarning ? "#ffb34d" : "#f4f4f4") : (isWarning ? "#a84a00" : "#2b2b2b");
@@ -127,6 +128,11 @@ int QtRenderer::run(Scenes &scenes, std::function<void()> shown) {
         tray_.show(trayContent());
         for (const auto &[id, window] : windows_)
             window->refreshSoon();
+        // Earlier it would have nothing to show that is true.
+        if (isOpening_ && scenes_->isSettled()) {
+            isOpening_ = false;
+            openWindow("menu");
+        }
     });
     tray_.join(trayContent());
     const int result = QApplication::exec();

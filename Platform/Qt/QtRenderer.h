@@ -41,6 +41,7 @@ private:
     /// Name and colour of what is in `content_`.
     std::pair<std::string, QColor> drawn_;
     std::function<void()> shown_;
+    bool isOpening_ = false;
     std::map<std::string, std::unique_ptr<ViewWindow>> windows_;
 };
 

@@ -36,9 +36,10 @@ QPixmap pixmap(const std::string &name, const QColor &color, int size, double pi
     return drawn;
 }
 
-QIcon icon(const std::string &name, const QColor &color, const QColor &disabled) {
+QIcon icon(const std::string &name, const QColor &color, const QColor &disabled,
+           std::initializer_list<double> pixelRatios) {
     QIcon made;
-    for (const double ratio : {1.0, 2.0, 3.0}) {
+    for (const double ratio : pixelRatios) {
         made.addPixmap(pixmap(name, color, 16, ratio), QIcon::Normal);
         made.addPixmap(pixmap(name, disabled, 16, ratio), QIcon::Disabled);
     }

@@ -50,6 +50,8 @@ public:
     /// Takes the name. False when another instance has it, which was then told to show itself. Waits for the
     /// bus, and no longer than a few seconds for the other.
     bool becomeOnly();
+    /// Whether there is a bus, and so perhaps a tray.
+    bool isOnBus() const { return bus_ != nullptr; }
     /// Offers the item to a tray, now and whenever one comes.
     void join(Content content);
     /// The tray is told of what is another than before.

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
+#include <map>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -83,18 +84,44 @@ public:
     QSize minimumSizeHint() const override {
         return {std::min(lineWidth(), fontMetrics().averageCharWidth() * 10), fontMetrics().height()};
     }
+    int heightForWidth(int width) const override {
+        const auto [known, isNew] = heights_.try_emplace(width);
+        if (isNew)
+            known->second = QLabel::heightForWidth(width);
+        return known->second;
+    }
 
     void write(const QString &words, const QFont &style, const QColor &ink) {
         auto colors = palette();
         colors.setColor(QPalette::WindowText, ink);
         setPalette(colors);
         setFont(style);
-        if (words != this->text())
+        if (words != this->text()) {
+            forget();
             setText(words);
+        }
+    }
+
+protected:
+    void changeEvent(QEvent *event) override {
+        forget();
+        QLabel::changeEvent(event);
     }
 
 private:
-    int lineWidth() const { return fontMetrics().size(Qt::TextExpandTabs, text()).width() + 2; }
+    int lineWidth() const {
+        if (lineWidth_ < 0)
+            lineWidth_ = fontMetrics().size(Qt::TextExpandTabs, text()).width() + 2;
+        return lineWidth_;
+    }
+    void forget() {
+        lineWidth_ = -1;
+        heights_.clear();
+    }
+
+    /// Layouts ask again and again, and to shape text is most of what opening a window takes.
+    mutable int lineWidth_ = -1;
+    mutable std::map<int, int> heights_;
 };
 
 /// Whoever uses the mouse does not look for the focus.
@@ -378,7 +405,8 @@ private:
         button->setIcon(node.symbol.empty()
                             ? QIcon()
                             : symbols::icon(node.symbol, colors.color(QPalette::Active, QPalette::ButtonText),
-                                            colors.color(QPalette::Disabled, QPalette::ButtonText)));
+                                            colors.color(QPalette::Disabled, QPalette::ButtonText),
+                                            {button->devicePixelRatioF()}));
         button->setEnabled(node.isEnabled);
         button->setDefault(node.isDefault);
         pressed_ = node.action;

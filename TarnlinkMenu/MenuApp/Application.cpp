@@ -28,7 +28,8 @@ Date wallClock() {
 } // namespace
 
 Application::Application(Platform &platform, Desktop &desktop, Role role,
-                         std::function<void(const std::string &id)> openWindow)
+                         std::function<void(const std::string &id)> openWindow,
+                         std::unique_ptr<HTTPClient> http, std::string feedKey)
     : platform_(platform), actor_(platform.mainActor()), role_(role), reader_(makeReader(platform)),
       events_(
           [&platform](const std::string &client, DynamicStoreWatch::Callback callback) {
@@ -39,7 +40,8 @@ Application::Application(Platform &platform, Desktop &desktop, Role role,
       wifiDetails_(platform.wifi()),
       prober_(DaemonConfig().probeName,
               {actor_, platform.interfaceLookup(), platform.datagrams(), platform.random()}),
-      http_(makeHTTPClient(platform)), feed_(*http_, actor_), guestDefaults_(platform.userDefaults()),
+      http_(http ? std::move(http) : makeHTTPClient(platform)), feed_(*http_, actor_, std::move(feedKey)),
+      guestDefaults_(platform.userDefaults()),
       defaults_(role == Role::owner ? platform.userDefaults() : guestDefaults_),
       authorization_(platform.authorizations(), platform.log()), logQueue_(actor_), hashQueue_(actor_),
       promptQueue_(actor_), client_(platform.connector(), actor_), location_(desktop, defaults_, actor_),

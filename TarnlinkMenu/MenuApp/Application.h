@@ -5,6 +5,7 @@
 #include "TarnSystem/DNSProbe.h"
 #include "TarnSystem/SCDynamicStoreEventSource.h"
 #include "TarnSystem/Updates/HTTPClient.h"
+#include "TarnSystem/Updates/UpdateFeed.h"
 #include "TarnlinkMenu/AdminPanelModel.h"
 #include "TarnlinkMenu/MenuApp/GuestDefaults.h"
 #include "TarnlinkMenu/ModifierWatcher.h"
@@ -28,9 +29,12 @@ public:
         guest, ///< A process beside it, which changes nothing that it remembers.
     };
 
-    /// `openWindow` is what Scenes takes.
+    /// `openWindow` is what Scenes takes. Updates come through the system's HTTPS unless `http` is given, and
+    /// are signed with `feedKey`; other than the built-in ones are for tests.
     Application(Platform &platform, Desktop &desktop, Role role,
-                std::function<void(const std::string &id)> openWindow);
+                std::function<void(const std::string &id)> openWindow,
+                std::unique_ptr<HTTPClient> http = nullptr,
+                std::string feedKey = std::string(UpdateFeed::publicKeyBase64));
     Application(const Application &) = delete;
     Application &operator=(const Application &) = delete;
 

@@ -9,7 +9,7 @@ namespace tarn {
 
 /// A lab with HTTPS servers on 127.0.0.1 for the files in `www`: nginx at port 443, and hostile ones from
 /// 8000 on, with the certificates in the order of makeCertificates. At 8005 nobody speaks, and 8007 has
-/// TLS 1.0 alone.
+/// TLS 1.0 alone. What nginx has below "/slow" comes by a megabyte a second.
 class HTTPLab : public LabTest {
 public:
     /// What clients are to trust.
@@ -28,7 +28,7 @@ protected:
         lab().write("/run/lab/www/small", "hello");
         lab().run("mkdir -p /var/lib/nginx");
         lab().start("python3 /run/lab/server.py");
-        lab().start("nginx -p /run/lab -c nginx.conf -e stderr");
+        nginx_ = startNginx();
         const std::string count = "ss -Hltn '( sport = 443 or sport ge 8000 )' | wc -l";
         waitUntil([&] { return lab().run(count).out == "8\n"; }, "servers");
         // OpenSSL alone would speak any version.
@@ -36,6 +36,9 @@ protected:
                                             "[c]\nCipherString = ALL:@SECLEVEL=0\nMinProtocol = TLSv1\n");
         setenv("OPENSSL_CONF", "/run/lab/openssl.cnf", 1);
     }
+    pid_t startNginx() { return lab().start("nginx -p /run/lab -c nginx.conf -e stderr"); }
+
+    pid_t nginx_ = 0;
 
 private:
     /// Two certification authorities, and what servers show.
@@ -105,6 +108,7 @@ http {
     server { listen 127.0.0.1:80; return 200 "stolen"; }
     server {
         listen 127.0.0.1:443 ssl http2; location /500 { return 500 "broken"; } location /loop { return 302 /loop; }
+        location /slow/ { alias www/; limit_rate 1m; }
         location /https { return 302 https://127.0.0.1/small; } location /http { return 302 http://127.0.0.1/small; }
     }
 })";

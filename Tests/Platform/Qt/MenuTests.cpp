@@ -1,7 +1,13 @@
-// The application with its windows, used by somebody who reads and presses, beside a real daemon.
+// The application with its windows under an X server, used by somebody who reads and presses, beside a real
+// daemon.
 
+#include "Platform/Linux/CurlClient.h"
 #include "Platform/Platform.h"
+#include "Support/HTTPLab.h"
 #include "Support/PolkitLab.h"
+#include "Support/Signer.h"
+#include "TarnSystem/Json.h"
+#include "TarnSystem/UpdateRequest.h"
 #include "TarnlinkDaemon/DaemonLab.h"
 #include "TarnlinkMenu/MenuApp/Application.h"
 #include "TarnlinkMenu/Renderer.h"
@@ -11,6 +17,8 @@
 #include <QClipboard>
 #include <QEventLoop>
 #include <QLabel>
+#include <QProgressBar>
+#include <QScreen>
 #include <QTest>
 #include <QTimer>
 #include <algorithm>
@@ -75,13 +83,24 @@ void press(const std::string &id) {
     QTest::mouseClick(button, Qt::LeftButton);
 }
 
+/// An X server that only this lab sees, for everybody in it.
+void startDisplay(NetworkLab &lab) {
+    lab.run("command -v Xvfb; mkdir -p /var/lib/xkb /tmp/.X11-unix; mount -t tmpfs none /tmp/.X11-unix");
+    lab.start("Xvfb -displayfd 3 -noreset -screen 0 1280x1024x24 -ac -nolisten tcp 3>/run/lab/display");
+    std::string number;
+    waitUntil([&] { return (number = readFile("/run/lab/display")).ends_with('\n'); }, "the X server");
+    number.pop_back();
+    setenv("DISPLAY", (":" + number).c_str(), 1);
+    setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/run/lab/none", 1);
+}
+
 /// The application of a user from its start to its end by "Quit"; `person` is called when it runs, and
-/// throws when something is not as it should be, which is returned in place of "done".
-std::string runMenu(const std::function<void()> &person, const char *language = "en", uid_t user = 0) {
-    for (const auto &[name, value] : {std::pair("DBUS_SESSION_BUS_ADDRESS", "unix:path=/run/lab/none"),
-                                      {"XDG_CACHE_HOME", "/run/lab/cache"},
-                                      {"QT_QPA_PLATFORM", "offscreen"},
-                                      {"LC_ALL", language}})
+/// throws when something is not as it should be, which is returned in place of "done". With a key, updates
+/// are signed with it and come from servers that the lab's authority knows.
+std::string runMenu(const std::function<void()> &person, const char *language = "en", uid_t user = 0,
+                    const std::optional<std::string> &feedKey = {}) {
+    for (const auto &[name, value] :
+         {std::pair("XDG_CACHE_HOME", "/run/lab/cache"), {"QT_QPA_PLATFORM", "xcb"}, {"LC_ALL", language}})
         setenv(name, value, 1);
     int count = 1;
     std::string program = "TarnlinkMenu", result = "done";
@@ -92,11 +111,14 @@ std::string runMenu(const std::function<void()> &person, const char *language = 
     if (user && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(user) != 0))
         return "not that user";
     const auto renderer = makeRenderer(*platform, count, values.data());
-    Application application(*platform, renderer->desktop(), Application::Role::owner,
-                            [&](const std::string &id) { renderer->openWindow(id); });
+    auto &loop = dynamic_cast<EventLoop &>(platform->mainActor());
+    Application application(
+        *platform, renderer->desktop(), Application::Role::owner,
+        [&](const std::string &id) { renderer->openWindow(id); },
+        feedKey ? std::make_unique<CurlClient>(loop, HTTPLab::authorities) : nullptr,
+        feedKey.value_or(std::string(UpdateFeed::publicKeyBase64)));
     QTimer::singleShot(0, [&] {
         try {
-            see(menu, HasSubstr("Tarnlink"));
             person();
             press("menu.button.quit");
         } catch (const std::exception &error) {
@@ -108,7 +130,14 @@ std::string runMenu(const std::function<void()> &person, const char *language = 
     return status == 0 ? result : "exit status " + std::to_string(status);
 }
 
-using Menu = DaemonLab;
+class Menu : public DaemonLab {
+protected:
+    void SetUp() override {
+        DaemonLab::SetUp();
+        if (!IsSkipped())
+            startDisplay(lab());
+    }
+};
 
 TEST_F(Menu, ShowsWhatTheDaemonSaysAndWithoutItWhatItSeesItself) {
     start();
@@ -241,6 +270,7 @@ protected:
         lab().addCable("eth0", {"192.0.2.10/24"}, {"192.0.2.1/24"});
         lab().run("ip route add default via 192.0.2.1 dev eth0; mkdir -m 700 /run/lab/state;"
                   "chown 5001 /run/lab/state; cp " DAEMON " /run/lab");
+        startDisplay(lab());
         startBus(lab(), services);
         lab().start("setpriv --reuid 5001 --clear-groups env STATE_DIRECTORY=/run/lab/state HOME=/ "
                     "/run/lab/TarnlinkDaemon --probe-mode off");
@@ -284,6 +314,147 @@ TEST_F(PausePanel, SaysWhyThereIsNone) {
         };
         EXPECT_EQ(as(root, [&] { return runMenu(person, "en", row.user); }), "done") << row.message;
     }
+}
+
+/// A panel that others wrote, on a session bus of its own.
+class Tray : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        if (IsSkipped())
+            return;
+        lab().addCable("eth0", {"192.0.2.10/24"}, {"192.0.2.1/24"});
+        lab().run("ip route add default via 192.0.2.1 dev eth0");
+        lab().writeResolvConf("nameserver 192.0.2.1\n");
+        const pid_t server = lab().start(
+            "dnsmasq --no-daemon --user=root --no-resolv --no-hosts --conf-file=/dev/null --local=/invalid/",
+            "far");
+        lab().waitForLog(server, "started");
+        startDisplay(lab());
+        const std::string address = "unix:path=/run/lab/session";
+        setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+        lab().start("dbus-daemon --session --nofork --address=" + address);
+        lab().write("/run/lab/config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml", configuration);
+        waitUntil([] { return std::filesystem::exists("/run/lab/session"); }, "the session bus");
+        monitor_ = lab().start("dbus-monitor --session");
+        lab().waitForLog(monitor_, "NameAcquired");
+        lab().start("env NO_AT_BRIDGE=1 xfce4-panel --disable-wm-check");
+        lab().run("gdbus wait --session --timeout 20 org.kde.StatusNotifierWatcher");
+    }
+
+    pid_t monitor_ = 0;
+
+private:
+    static constexpr const char *configuration = R"(<?xml version="1.0" encoding="UTF-8"?>
+<channel name="xfce4-panel" version="1.0"><property name="configver" type="int" value="2"/>
+<property name="panels" type="array"><value type="int" value="1"/><property name="panel-1" type="empty">
+<property name="position" type="string" value="p=6;x=0;y=0"/><property name="length" type="uint" value="100"/>
+<property name="plugin-ids" type="array"><value type="int" value="1"/></property></property></property>
+<property name="plugins" type="empty"><property name="plugin-1" type="string" value="systray"/></property>
+</channel>)";
+};
+
+TEST_F(Tray, APanelShowsTheItemAndItsPressOpensTheMenu) {
+    const auto person = [&] {
+        // With the answer it has icon and tool tip.
+        const auto isAsked = [&] {
+            const auto log = lab().log(monitor_);
+            const auto question = log.find("member=GetAll"), icon = log.find("\"IconPixmap\"", question);
+            return question < icon &&
+                   log.find("\"Tarnlink: wired", log.find("\"ToolTip\"", icon)) != log.npos;
+        };
+        await(isAsked, "the panel's question");
+        need(!find(menu), "a window although there is a tray");
+        const auto isDrawn = [] {
+            const auto corner = QGuiApplication::primaryScreen()->grabWindow(0, 0, 0, 48, 48).toImage();
+            int dark = 0;
+            for (int i = 0; i < 48 * 48; ++i)
+                dark += i / 48 < 24 && corner.pixelColor(i % 48, i / 48).lightness() < 100;
+            return dark > 20 && dark < 400;
+        };
+        await(isDrawn, "the symbol in the panel");
+        lab().start("gdbus call --session -d com.veltrion.tarnlink.menu -o /StatusNotifierItem "
+                    "-m org.kde.StatusNotifierItem.Activate 12 26");
+        see(menu, AllOf(HasSubstr("Wired"), HasSubstr("192.0.2.10")));
+        std::filesystem::create_directories(PICTURES);
+        EXPECT_TRUE(
+            QGuiApplication::primaryScreen()->grabWindow(0, 0, 0, 480, 400).save(PICTURES "/tray.png"));
+    };
+    EXPECT_EQ(runMenu(person), "done");
+}
+
+class Updating : public HTTPLab {
+protected:
+    void SetUp() override {
+        HTTPLab::SetUp();
+        if (IsSkipped())
+            return;
+        startDisplay(lab());
+        // What the check at the start asks fails at once, and does not keep anybody waiting.
+        lab().writeResolvConf("nameserver 192.0.2.1\n");
+        const std::string www = "/run/lab/www/";
+        lab().run("head -c 3000000 /dev/urandom >" + www + "package; mkdir -m 700 /var/lib/tarnlink");
+        manifest_ = R"({"version": "9.8", "build": 1000000, "minOS": "3.0", "published": "", "size": 3000000,
+                       "url": "https://127.0.0.1/slow/package", "sha256": ")" +
+                    UpdateFeed::sha256(www + "package") + "\"}";
+        lab().write(www + "feed", manifest_);
+        lab().write(www + "feed.sig", signer_.sign(manifest_));
+        lab().write("/var/lib/tarnlink/preferences.json", R"({"UpdateFeedURL": "https://127.0.0.1/feed"})");
+        startBus(lab());
+        lab().start(DAEMON " --probe-mode off");
+        const std::string look =
+            "busctl introspect com.veltrion.tarnlink.daemon /com/veltrion/tarnlink/daemon";
+        waitUntil([&] { return lab().execute(look).status == 0; }, "the daemon");
+    }
+
+    Signer signer_;
+    std::string manifest_;
+};
+
+TEST_F(Updating, UpdateIsOfferedDownloadedAndHandedOver) {
+    const char *now = "settings.updates.checkNow", *install = "update.install";
+    const auto isOffered = HasSubstr("Version 9.8 is available.");
+    const auto person = [&] {
+        see(menu, HasSubstr("Source: Tarnlink service"));
+        press("menu.settings");
+        press(now);
+        see(install, isOffered);
+
+        std::vector<int> values;
+        const auto download = [&] {
+            press(install);
+            see("update.cancel", HasSubstr("Downloading version 9.8 …"));
+            auto *bar = find<QProgressBar>("");
+            values = {bar->value()};
+            QObject::connect(bar, &QProgressBar::valueChanged, [&values, bar](int value) {
+                if (bar->maximum() > 0)
+                    values.push_back(value);
+            });
+        };
+        download();
+        await([&] { return values.back() > 300; }, "a third of the package");
+        look(*find<QWidget>(menu)->window(), "update-en-light");
+        lab().stop(nginx_);
+        see(now, HasSubstr("The update could not be downloaded."));
+        press("update.dismiss");
+        see(install, isOffered);
+        nginx_ = startNginx();
+        await([&] { return lab().execute("ss -Hltn sport = 443 | grep -q .").status == 0; }, "the server");
+
+        download();
+        see(now, HasSubstr("Installing version 9.8 …"));
+        need(values.size() >= 3 && std::ranges::is_sorted(values) && values.back() > 600,
+             testing::PrintToString(values));
+        const std::string path = "/var/lib/tarnlink/update-request.json";
+        await([&] { return std::filesystem::exists(path); }, path);
+        const auto request = UpdateRequest::decode(std::get<Value>(json::parse(readFile(path))));
+        need(request.manifest == manifest_ && request.signature == signer_.sign(manifest_),
+             "another request");
+        need(readFile(request.pkgPath) == readFile("/run/lab/www/package"), request.pkgPath);
+        see(menu, HasSubstr("Installing version 9.8 …"));
+        need(!find(now)->isEnabled(), "another check during the installation");
+    };
+    EXPECT_EQ(runMenu(person, "en", 0, signer_.publicKey()), "done");
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include <QApplication>
 #include <QBuffer>
+#include <QLoggingCategory>
 #include <QPixmap>
 #include <QStyle>
 #include <QStyleFactory>
@@ -69,6 +70,8 @@ private:
         qputenv("QT_QPA_PLATFORM", "offscreen");
         qputenv("QT_SCALE_FACTOR", QByteArray::number(scale));
         qputenv("QT_QPA_PLATFORMTHEME", "");
+        // That platform complains of every window, for which it lacks what a screen has.
+        QLoggingCategory::setFilterRules("default.warning=false");
     }
 
     int count_ = 1;

@@ -22,6 +22,8 @@
 #include <QTest>
 #include <QTimer>
 #include <algorithm>
+#include <chrono>
+#include <optional>
 
 namespace tarn {
 namespace {
@@ -112,8 +114,8 @@ std::string runMenu(const std::function<void()> &person, const char *language = 
         return "not that user";
     const auto renderer = makeRenderer(*platform, count, values.data());
     auto &loop = dynamic_cast<EventLoop &>(platform->mainActor());
-    Application application(
-        *platform, renderer->desktop(), Application::Role::owner,
+    std::optional<Application> application(
+        std::in_place, *platform, renderer->desktop(), Application::Role::owner,
         [&](const std::string &id) { renderer->openWindow(id); },
         feedKey ? std::make_unique<CurlClient>(loop, HTTPLab::authorities) : nullptr,
         feedKey.value_or(std::string(UpdateFeed::publicKeyBase64)));
@@ -126,7 +128,13 @@ std::string runMenu(const std::function<void()> &person, const char *language = 
             renderer->desktop().quit();
         }
     });
-    const int status = renderer->run(application.scenes(), [&] { application.status().start(); });
+    const int status = renderer->run(application->scenes(), [&] { application->status().start(); });
+    application.reset();
+    if (feedKey) {
+        // What asks the daemon for an update's outcome every 5 s sees only then that nobody waits for it.
+        loop.postAfter(std::chrono::seconds(6), [&loop] { loop.stop(); });
+        loop.run();
+    }
     return status == 0 ? result : "exit status " + std::to_string(status);
 }
 

@@ -26,6 +26,12 @@ bool isSwitch(std::string_view line, bool &isOff) {
     return true;
 }
 
+bool isCommand(std::string_view line) {
+    const auto equals = line.find('=');
+    return equals != line.npos && trimmed(line.substr(0, equals)) == "Exec" &&
+           !trimmed(line.substr(equals + 1)).empty();
+}
+
 /// Calls `take` with each line, its end included, and whether it is in the group that counts.
 template <class Take> void forEachLine(std::string_view entry, Take take) {
     bool isInside = false;
@@ -43,13 +49,13 @@ template <class Take> void forEachLine(std::string_view entry, Take take) {
 
 bool isEnabled(std::string_view entry) {
     bool isOff = false;
-    bool hasGroup = false;
+    bool hasCommand = false;
     forEachLine(entry, [&](std::string_view, std::string_view words, bool isInside) {
-        hasGroup = hasGroup || isInside;
+        hasCommand = hasCommand || (isInside && isCommand(words));
         if (isInside)
             isSwitch(words, isOff);
     });
-    return hasGroup && !isOff;
+    return hasCommand && !isOff;
 }
 
 std::string switched(std::string_view entry, bool enabled) {

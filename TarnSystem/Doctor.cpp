@@ -18,11 +18,24 @@ using Findings = std::vector<Finding>;
 
 // A clock that was set by hand may be in another time zone.
 constexpr std::chrono::hours clockSlack{24};
+// No program is in use for longer.
+constexpr std::chrono::years longestUse{10};
 // The clock may have been put right since the file was written.
 constexpr std::chrono::minutes bootSlack{5};
 
-// As the process table has them. The last two also serve NetworkManager, and then do not count.
-constexpr std::array<std::string_view, 3> otherManagers = {"connmand", "iwd", "wpa_supplicant"};
+/// Another program that can have a radio.
+struct OtherManager {
+    /// As the process table has it.
+    std::string_view process;
+    /// How it is ended for good; empty where its units have no fixed name.
+    std::string_view ending;
+    bool canServeNetworkManager;
+};
+constexpr std::array<OtherManager, 3> otherManagers = {{
+    {"connmand", "sudo systemctl disable --now connman && ", false},
+    {"iwd", "sudo systemctl disable --now iwd && ", true},
+    {"wpa_supplicant", "", true},
+}};
 
 constexpr const char *restartOnMac = "sudo launchctl kickstart -k system/com.veltrion.tarnlink.daemon";
 
@@ -63,7 +76,7 @@ bool isDaemonGone(const Facts &facts) {
 Finding absentOnMac(const Facts &facts) {
     if (!facts.isRegistered)
         return {"notRegistered", "The daemon is not registered with the system, which is to start it.",
-                "Open Tarnlink, then allow it in System Settings > General > Login Items."};
+                "Open Tarnlink, then allow it in System Settings > General > Login Items (& Extensions)."};
     if (isDaemonGone(facts))
         return {"noDaemon", "No daemon runs: nothing switches Wi-Fi.", restartOnMac};
     return {"notSigned", "A daemon runs, but it and this program do not have the signatures that both want.",
@@ -170,37 +183,52 @@ void examineResolvers(const Facts &facts, const InterfaceSnapshot &wire, Finding
     };
     if (facts.tunnel && std::ranges::any_of(facts.resolvers, isShadow))
         findings.push_back({"vpnShadowing",
-                            wire.device + " is probed at " + servers.front() +
+                            "Probes through " + wire.device + " ask " + servers.front() +
                                 ", a name server of the VPN at " + facts.tunnel->device + ".",
                             disconnect});
 }
 
 void examineReversePath(const Facts &facts, const InterfaceSnapshot &wire, Findings &findings) {
-    const auto isOtherWay = [&](const InterfaceSnapshot &other) {
-        return other.device != wire.device && other.linkActive && other.ipv4Router;
+    // Answers are dropped only where another interface is the better way to their sender.
+    const auto isBetterWay = [&](const InterfaceSnapshot &other) {
+        return other.device != wire.device && other.linkActive && other.ipv4Router &&
+               other.serviceOrderIndex &&
+               (!wire.serviceOrderIndex || *other.serviceOrderIndex < *wire.serviceOrderIndex);
     };
     // IPv6 has no such filter.
     if (!wire.ipv4Router || !contains(facts.strictDevices, wire.device) ||
-        std::ranges::none_of(facts.interfaces, isOtherWay))
+        std::ranges::none_of(facts.interfaces, isBetterWay))
         return;
     findings.push_back({"strictReversePath",
-                        wire.device + " has a strict reverse-path filter beside a second way out: answers to "
-                                      "its probe may be dropped.",
+                        wire.device +
+                            " has a strict reverse-path filter, and another interface is the better "
+                            "way out: answers to its probe may be dropped.",
                         "sudo sysctl -w net.ipv4.conf.all.rp_filter=2"});
 }
 
 void examineRadios(const Facts &facts, Findings &findings) {
+    const auto runs = [&](const OtherManager &other) { return contains(facts.processes, other.process); };
+    const auto other = std::ranges::find_if(otherManagers, runs);
+    if (other == otherManagers.end())
+        return;
+    // What is beside a NetworkManager that has a radio most likely serves it.
+    const bool isServant =
+        other->canServeNetworkManager && std::ranges::any_of(facts.radios, [](const Facts::Radio &radio) {
+            return radio.isManaged.value_or(false);
+        });
+    const std::string ending(isServant ? "" : other->ending);
     for (const auto &radio : facts.radios) {
-        const auto other = std::ranges::find_if(
-            otherManagers, [&](std::string_view name) { return contains(facts.processes, name); });
-        if (radio.isManaged.value_or(false) || other == otherManagers.end())
-            continue;
-        findings.push_back({"foreignRadio",
-                            radio.device + " belongs to " + std::string(*other) +
-                                " and not to NetworkManager: Tarnlink can switch off its radio at most.",
-                            radio.isManaged ? "sudo nmcli device set " + radio.device + " managed yes"
-                                            : "Install NetworkManager and have it manage " + radio.device +
-                                                  ": sudo systemctl enable --now NetworkManager"});
+        const std::string tail = ": Tarnlink can switch off its radio at most.";
+        if (radio.isManaged && !*radio.isManaged)
+            findings.push_back({"foreignRadio", radio.device + " is not managed by NetworkManager" + tail,
+                                ending + "sudo nmcli device set " + radio.device + " managed yes"});
+        // A NetworkManager that runs and says nothing may only be slow.
+        else if (!radio.isManaged && !contains(facts.processes, "NetworkManager"))
+            findings.push_back({"foreignRadio",
+                                radio.device + " belongs to " + std::string(other->process) +
+                                    " and not to NetworkManager" + tail,
+                                "Install NetworkManager and have it manage " + radio.device + ": " + ending +
+                                    "sudo systemctl enable --now NetworkManager"});
     }
 }
 
@@ -217,13 +245,19 @@ void examineSplitDNS(const Facts &facts, Findings &findings) {
 }
 
 void examineClock(const Facts &facts, Findings &findings) {
+    const std::string time = "The clock says " + dates::text(facts.now) + ", which is ";
+    const std::string remedy = facts.system == System::macOS
+                                   ? "Set the time in System Settings > General > Date & Time."
+                                   : "sudo timedatectl set-ntp true";
     if (facts.now + clockSlack < facts.built)
-        findings.push_back({"clockBehind",
-                            "The clock says " + dates::text(facts.now) +
-                                ", which is before this program was built: updates cannot be fetched.",
-                            facts.system == System::macOS
-                                ? "Set the time in System Settings > General > Date & Time."
-                                : "sudo timedatectl set-ntp true"});
+        findings.push_back(
+            {"clockBehind", time + "before this program was built: updates cannot be fetched.", remedy});
+    // A build that does not tell its day has the first one.
+    else if (facts.built > Date() && facts.now > facts.built + longestUse)
+        findings.push_back({"clockAhead",
+                            time + "more than ten years after this program was built: check it. When it is "
+                                   "wrong, updates cannot be fetched.",
+                            remedy});
 }
 
 void examineJournal(const Facts &facts, Findings &findings) {
@@ -298,6 +332,8 @@ std::vector<std::string> notSeen(const Facts &facts) {
         list.emplace_back("the network cannot be read");
     if (facts.isJournalHidden && isDaemonGone(facts))
         list.emplace_back("what a daemon has left behind: only root may look");
+    if (facts.isSudo && facts.checksForUpdates && !facts.lastUpdateCheck && !facts.updateTroubleSince)
+        list.emplace_back("your checks for updates: run this without sudo");
     return list;
 }
 

@@ -65,7 +65,7 @@ struct Facts {
     bool fixesShadowedDNS = true;
 
     Date now = {};
-    /// The day on which this program was built, or an earlier moment.
+    /// The day on which this program was built, or an earlier moment; the epoch when that is not known.
     Date built = {};
     Date booted = {};
 
@@ -73,6 +73,8 @@ struct Facts {
     /// This process may not look at the journal.
     bool isJournalHidden = false;
 
+    /// Run by sudo(8): what is remembered of checks for updates is root's.
+    bool isSudo = false;
     bool checksForUpdates = true;
     std::optional<Date> lastUpdateCheck = {};
     /// The first check that failed after the last good one.

@@ -25,12 +25,13 @@ constexpr std::array<SettingTexts::Word, 2> probeWords = {{
 constexpr std::array<SettingTexts, 17> table = {{
     {"Enabled",
      {"Protection", "Schutz"},
-     {"Whether Tarnlink keeps this computer from being on two networks at once. With false it only watches: "
-      "Wi-Fi stays on beside a cable. Switch it off where another product does the same.",
-      "Ob Tarnlink verhindert, dass dieser Computer in zwei Netzen zugleich ist. Mit false beobachtet es "
-      "nur, "
-      "und WLAN bleibt neben einem Kabel eingeschaltet. Abschalten, wo ein anderes Produkt dieselbe Aufgabe "
-      "hat."}},
+     {"Whether Tarnlink keeps this computer from being on two networks at once. With false it switches Wi-Fi "
+      "on whenever it is off, also where the user or another product has switched it off, and otherwise only "
+      "watches. Where another product does the same, remove Tarnlink instead.",
+      "Ob Tarnlink verhindert, dass dieser Computer in zwei Netzen zugleich ist. Mit false schaltet es "
+      "WLAN ein, wann immer es aus ist, auch wenn der Benutzer oder ein anderes Produkt es abgeschaltet hat, "
+      "und beobachtet sonst nur. Wo ein anderes Produkt dieselbe Aufgabe hat, ist stattdessen Tarnlink zu "
+      "entfernen."}},
     {"RespectManualWiFiOff",
      {"Leave Wi-Fi off that the user switched off", "Vom Benutzer abgeschaltetes WLAN aus lassen"},
      {"Whether Wi-Fi that the user has switched off stays off while there is no wired path. With false "
@@ -74,10 +75,12 @@ constexpr std::array<SettingTexts, 17> table = {{
     {"SplitDNSFix",
      {"Keep a phone's name server out of a VPN's way (older name)",
       "Nameserver eines Telefons hinter den des VPN stellen (älterer Name)"},
-     {"The older name of TetheringDNSFix, for profiles that have it already. Where both are set, this one "
-      "counts; new profiles leave it out.",
-      "Der ältere Name von TetheringDNSFix, für Profile, die ihn schon enthalten. Sind beide gesetzt, gilt "
-      "dieser; neue Profile lassen ihn weg."}},
+     {"The older name of TetheringDNSFix, for profiles that have it already. Where both are set, in whatever "
+      "layers, this one counts, even over a forced TetheringDNSFix: management that must be sure forces both "
+      "alike. Otherwise leave it out.",
+      "Der ältere Name von TetheringDNSFix, für Profile, die ihn schon enthalten. Sind beide gesetzt, in "
+      "welcher Ebene auch immer, gilt dieser, auch gegen ein erzwungenes TetheringDNSFix: Wer sicher sein "
+      "muss, erzwingt beide gleich. Sonst weglassen."}},
     {"WiFiOffMode",
      {"How Wi-Fi is taken off the network", "Wie WLAN vom Netz genommen wird"},
      {"What is done to Wi-Fi while the cable is used. With address it keeps its radio and loses its "

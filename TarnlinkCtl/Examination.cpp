@@ -8,6 +8,7 @@
 #include "TarnlinkCtl/BuildDate.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <optional>
 #include <sys/stat.h>
 #include <utility>
@@ -101,6 +102,7 @@ void Examination::readFiles(doctor::Facts &facts) {
         facts.journal = {Date(std::chrono::seconds(info.st_mtime)),
                          doctor::servicesInJournal(*journal.contents)};
 
+    facts.isSudo = std::getenv("SUDO_UID") != nullptr;
     facts.checksForUpdates =
         facts.checksForUpdates && defaults.boolean(updateDefaults::automatic).value_or(true);
     facts.lastUpdateCheck = defaults.date(updateDefaults::lastCheck);

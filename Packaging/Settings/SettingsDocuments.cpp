@@ -17,11 +17,13 @@ namespace {
 using Type = Setting::Type;
 
 const std::string domain = AppInfo::identifier;
+// The version from which on older names of settings are there only for profiles that have them.
+constexpr const char *deprecatedSince = "0.1.0";
 constexpr const char *exampleFeed = "https://updates.example.com/tarnlink.json";
 
 // Both rise whenever what the manifest says changes: of two manifests tools take the higher.
-constexpr std::int64_t manifestVersion = 1;
-constexpr const char *manifestModified = "2026-11-21T00:00:00Z";
+constexpr std::int64_t manifestVersion = 2;
+constexpr const char *manifestModified = "2026-11-21T22:00:00Z";
 
 std::string in(Language language, const SettingText &text) {
     return std::string(language == Language::english ? text.english : text.german);
@@ -166,7 +168,10 @@ Value manifestKey(const Setting &setting, Language language) {
                                   {"pfm_title", in(language, texts.title)},
                                   {"pfm_description", in(language, texts.description)},
                                   {"pfm_type", manifestType(setting.type())}};
-    if (auto value = fixedDefault(setting))
+    // An editor that fills in defaults must not set both names of a setting.
+    if (setting.olderNameOf)
+        key.set("pfm_app_deprecated", deprecatedSince);
+    else if (auto value = fixedDefault(setting))
         key.set("pfm_default", *std::move(value));
     if (setting.range) {
         key.set("pfm_range_min", setting.range->lowest);
@@ -215,6 +220,8 @@ std::string managedExample() {
         "{\n";
     const std::string begin = "    // ";
     for (const auto &setting : settings::all()) {
+        if (setting.olderNameOf)
+            continue;
         const auto &texts = SettingTexts::of(setting.key);
         const auto value = fixedDefault(setting);
         text += wrapped(std::string(texts.title.english) + ".", begin);

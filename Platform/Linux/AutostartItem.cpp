@@ -45,7 +45,15 @@ std::optional<std::string> AutostartItem::set(bool opensAtLogin) {
         return found.failure.message;
     if (autostart::isEnabled(*found.contents) == opensAtLogin)
         return std::nullopt;
-    const auto wanted = autostart::switched(*found.contents, opensAtLogin);
+    auto wanted = autostart::switched(*found.contents, opensAtLogin);
+    if (opensAtLogin && !autostart::isEnabled(wanted)) {
+        // An own file without a command only hides the system's.
+        if (!others.contents)
+            return others.failure.message;
+        wanted = autostart::switched(*others.contents, true);
+        if (!autostart::isEnabled(wanted))
+            return std::generic_category().message(ENOEXEC);
+    }
     if (wanted == others.contents) {
         // A copy would hide what a later version of the package brings.
         std::error_code error;

@@ -7,7 +7,7 @@ namespace tarn {
 bool MacHostSurvey::isRegistered() {
     // What it prints is for people; that it finds the service is what counts.
     const auto result =
-        processes_.run("/bin/launchctl", {"print", std::string("system/") + TarnXPC::machServiceName});
+        processes_.run("/bin/launchctl", {"print", std::string("system/") + TarnXPC::daemonIdentifier});
     return result.launchError || result.status == 0;
 }
 

@@ -9,7 +9,8 @@ PACKAGE = f"tarnlink-{VERSION}-{BUILD}.pkg"
 PROGRAMS = ["TarnlinkMenu", "TarnlinkDaemon", "TarnlinkUpdater", "tarnlinkctl"]
 PRESETS = {entry["name"]: entry for entry in json.loads((ROOT / "CMakePresets.json").read_text())["configurePresets"]}
 IDENTITIES = {"TARNLINK_APPLICATION_IDENTITY": "App ID", "TARNLINK_INSTALLER_IDENTITY": "Pkg ID",
-              "TARNLINK_NOTARY_PROFILE": "notary"}
+              "TARNLINK_NOTARY_PROFILE": "notary", "TARNLINK_DOWNLOAD_HOST": "dl.example",
+              "TARNLINK_SUPPORT_HOST": "help.example"}
 
 
 def constant(name):
@@ -114,7 +115,7 @@ class Release(Temporary):
         self.fake("codesign", 'last=${@: -1}\n[ "$1" != --force ] || [ ! -d "$last" ] || { mkdir -p '
                   '"$last/Contents/_CodeSignature"; : >"$last/Contents/_CodeSignature/CodeResources"; }')
         self.fake("otool", 'printf "%s:\\n\\t/usr/lib/libc++.1.dylib (x)\\n\\t/System/Library/F (x)\\n" "$2"')
-        self.fake("pkgbuild", f'find "$2" ! -type d -printf "%P %l\\n" >>{self.folder}/payload')
+        self.fake("pkgbuild", f'find "$2" ! -path "$2/*/*" -printf "%P %m\\n" >{self.folder}/payload')
         self.fake("productbuild", 'printf package >"${@: -1}"')
         self.fake("iconutil", ': >"$4"')
         self.answer("Accepted")
@@ -124,8 +125,8 @@ class Release(Temporary):
 
     def test_without_an_identity_nothing_is_done(self):
         self.layout()
-        needed = dict(zip(("sign", "package", "notarise"), IDENTITIES)) | {"release": "TARNLINK_NOTARY_PROFILE"}
-        for step, name in needed.items():
+        needed = dict(zip(("sign", "package", "notarise"), IDENTITIES)) | {"cask": "TARNLINK_DOWNLOAD_HOST"}
+        for step, name in [*needed.items(), *(("release", name) for name in IDENTITIES)]:
             run = self.release(step, self.out, status=2, **{**IDENTITIES, name: ""})
             self.assertIn(f"{name} is not set", run.stderr)
         self.assertEqual(self.called(), [])
@@ -148,7 +149,7 @@ class Release(Temporary):
             self.assertIn(f"[--identifier] [{requirement.split(chr(34))[1]}]", signed[place])
             self.assertIn(f"[--verify] [--strict] [-R={requirement}]", calls[calls.index(signed[place]) + 1])
         self.assertEqual(calls[-1], "codesign [--verify] [--deep] [--strict] [~/out/Tarnlink.app]")
-        for name, body, status in (("lipo", "", 1), ("otool", 'printf "%s:\\n\\t/opt/lib/libcrypto.3.dylib\\n" "$2"', 0)):
+        for name, body, status in (("lipo", "", 1), ("otool", "", 1), ("otool", 'printf "%s:\\n\\t/opt/lib/libcrypto.3.dylib\\n" "$2"', 0)):
             self.fake(name, body, status)
             self.release("sign", self.out, status=1, **IDENTITIES)
             self.assertNotIn("codesign", " ".join(self.called()))
@@ -166,9 +167,9 @@ class Release(Temporary):
         self.assertIn(f"[--identifier] [com.veltrion.tarnlink] [--version] [{VERSION}.{BUILD}] [--scripts]", build)
         self.assertRegex(product, r"^productbuild \[--distribution\] \[~/out/Distribution.xml\] .*\[--sign\] "
                          rf"\[Pkg ID\] \[--timestamp\] \[~/out/{PACKAGE}\]$")
-        payload = (self.folder / "payload").read_text()
-        self.assertIn("usr/local/bin/tarnlinkctl /Applications/Tarnlink.app/Contents/MacOS/tarnlinkctl\n", payload)
-        self.assertIn("Applications/Tarnlink.app/Contents/_CodeSignature/CodeResources \n", payload)
+        self.assertIn("[--install-location] [/Applications]", build)
+        # The installer may give a folder that is there the mode that it has here.
+        self.assertEqual((self.folder / "payload").read_text(), " 775\nTarnlink.app 755\n")
         for status in ("Invalid", ""):
             self.answer(status)  # The tool itself exits with 0.
             self.assertIn("not notarised", self.release("notarise", self.out / PACKAGE, status=1, **IDENTITIES).stderr)
@@ -179,7 +180,7 @@ class Release(Temporary):
         self.called()
         self.fake("cmake", 'case $1 in --preset | --build) exit ;; esac\nwords=()\nfor word in "$@"; do words+=('
                   f'"${{word/#PROGRAMS=*/PROGRAMS={self.folder}/built}}"); done\nexec {shutil.which("cmake")} "${{words[@]}}"')
-        self.release("release", self.out, TARNLINK_DOWNLOAD_HOST="dl.example", **IDENTITIES)
+        self.release("release", self.out, **IDENTITIES)
         steps = list(dict.fromkeys(" ".join(line.split()[:1 + line.startswith("xcrun")]) for line in self.called()))
         self.assertEqual(steps, ["cmake", "rsvg-convert", "iconutil", "lipo", "otool", "codesign", "pkgbuild",
                                  "productbuild", "pkgutil", "xcrun [notarytool]", "xcrun [stapler]", "spctl"])
@@ -207,7 +208,7 @@ class Scripts(Temporary):
             folder.mkdir(parents=True)
         for name in ("TarnlinkDaemon", "TarnlinkMenu"):
             self.fake(name, folder=self.programs)
-        for name in ("pkill", "open", "security", "pkgutil", "chown", "sleep"):
+        for name in ("pkill", "open", "security", "pkgutil", "chown", "chmod", "sleep"):
             self.fake(name)
         self.fake("pgrep", status=1)
         self.fake("sudo", 'shift 2\nexec "$@"')
@@ -232,7 +233,10 @@ class Scripts(Temporary):
     def test_uninstaller_undoes_first_and_removes_nothing_otherwise(self):
         link, memory = self.root / "usr/local/bin/tarnlinkctl", self.support / "Tarnlink"
         link.symlink_to("/Applications/Tarnlink.app/Contents/MacOS/tarnlinkctl")
+        roots = self.root / "var/root/Library/Preferences/com.veltrion.tarnlink.plist"
         memory.mkdir()
+        roots.parent.mkdir(parents=True)
+        roots.touch()
         self.assertEqual(self.run_script("uninstall", "--all", status=2), [])
         self.assertEqual(self.run_script("uninstall", WHO="501", status=2), [])
         self.fake("TarnlinkDaemon", status=1, folder=self.programs)
@@ -243,9 +247,9 @@ class Scripts(Temporary):
             "launchctl [asuser] [501] [sudo] [-u] [alice]", "TarnlinkMenu [--unregister]", "pkill [-x] [TarnlinkMenu]",
             "pkgutil [--pkg-info] [com.veltrion.tarnlink]", "pkgutil [--forget] [com.veltrion.tarnlink]"])
         self.assertFalse(self.programs.exists() or link.is_symlink())
-        self.assertTrue(memory.exists())
+        self.assertTrue(memory.exists() and roots.exists())
         self.assertNotIn("asuser", " ".join(self.run_script("uninstall", "--purge", SOMEBODY="")))
-        self.assertFalse(memory.exists())
+        self.assertFalse(memory.exists() or roots.exists())
 
     def test_installation_hands_over_to_the_new_programs(self):
         words = ("scripts/postinstall", "package", "/")
@@ -253,6 +257,8 @@ class Scripts(Temporary):
         self.assertEqual(self.run_script(*words, "/"), kill + [
             "launchctl [asuser] [501] [sudo] [-u] [alice]", "TarnlinkMenu [--register]",
             "pkill [-x] [-U] [501] [TarnlinkMenu]", "launchctl [asuser] [501] [sudo] [-u] [alice] [open] [-g]", "open [-g]"])
+        command = self.root / "usr/local/bin/tarnlinkctl"
+        self.assertEqual(command.readlink(), self.programs / "tarnlinkctl")
         for user in ("root", "loginwindow", "_mbsetupuser", ""):
             self.assertEqual(self.run_script(*words, "/", SOMEBODY=user), kill)
         self.assertEqual(self.run_script(*words, "/Volumes/Other"), [])

@@ -35,7 +35,7 @@ def takes(entry, value):
 
 example = re.findall(r'^    // "(\w+)": (.*),$', (packaging / "managed.json.example").read_text("utf-8"), re.M)
 values = {key: json.loads(value) for key, value in example}
-assert len(values) == 17, values
+assert len(values) == 16, values
 
 english, german = load(domain + ".plist"), load("de/" + domain + ".plist")
 assert without_texts(english) == without_texts(german)
@@ -49,6 +49,9 @@ assert {entry["pfm_name"]: entry["pfm_require"] for entry in payload} == dict.fr
     ["PayloadDisplayName", "PayloadIdentifier", "PayloadType", "PayloadUUID", "PayloadVersion"], "always"
 )
 manifest = {entry["pfm_name"]: entry for entry in english["pfm_subkeys"] if entry not in payload}
+# Whoever sets every default must not set a name that wins over another one's value.
+older = manifest.pop("SplitDNSFix")
+assert "pfm_app_deprecated" in older and "pfm_default" not in older, older
 assert list(manifest) == list(values)
 for name, entry in manifest.items():
     assert entry.get("pfm_default", values[name]) == values[name], name

@@ -33,7 +33,9 @@ Facts healthy() {
     facts.resolvers = {{"State:/Network/Service/vpn/DNS", {"10.8.0.1"}, {"corp.example"}},
                        {"State:/Network/Service/device:eth0/DNS", {"192.0.2.1"}, {"home.example"}}};
     facts.resolverFile = {"127.0.0.53"};
-    facts.strictDevices = {"wlan0"};
+    facts.interfaces[0].serviceOrderIndex = 0;
+    facts.interfaces[1].serviceOrderIndex = 1;
+    facts.strictDevices = {"eth0", "wlan0"};
     facts.now = today;
     facts.built = today + 23h;
     facts.booted = today - 1h;
@@ -88,7 +90,18 @@ TEST(Doctor, EachFaultHasItsNameAndNothingElseHas) {
         {"", "", [](Facts &f) { wire(f).dnsServers = {"10.8.0.1"}, f.tunnel.reset(); }},
         {"noResolver ", "",
          [](Facts &f) { unserve(f, {"203.0.113.1"}), f.interfaces[1].dnsServers = {"203.0.113.1"}; }},
-        {"", "", [](Facts &f) { f.strictDevices = {"eth0"}, f.interfaces[1].ipv4Router.reset(); }},
+        {"strictReversePath ", "", [](Facts &f) { wire(f).serviceOrderIndex.reset(); }},
+        {"", "", [](Facts &f) { wire(f).serviceOrderIndex = 2, f.interfaces[1].ipv4Router.reset(); }},
+        {"", "", [](Facts &f) { f.interfaces[1].serviceOrderIndex.reset(); }},
+        {"foreignRadio ", "sudo systemctl disable --now iwd && sudo nmcli",
+         [](Facts &f) { f.radios[0].isManaged = false; }},
+        {"foreignRadio ", "sudo nmcli", [](Facts &f) { f.radios.push_back({"wlan1", false}); }},
+        {"foreignRadio ", "Install NetworkManager and have it manage wlan0: sudo systemctl enable",
+         [](Facts &f) { f.radios[0].isManaged.reset(), f.processes = {"wpa_supplicant"}; }},
+        {"", "", [](Facts &f) { f.radios[0].isManaged.reset(), f.processes.push_back("NetworkManager"); }},
+        {"", "", [](Facts &f) { f.now = f.built + 87000h, f.lastUpdateCheck = f.now; }},
+        {"clockAhead ", "sudo timedatectl", [](Facts &f) { f.built = f.now - 88000h; }},
+        {"", "", [](Facts &f) { f.built = Date(); }},
         {"feedSilent ", "", [](Facts &f) { f.lastUpdateCheck = today - 30 * 24h; }},
         {"feedSilent ", "", [](Facts &f) { f.lastUpdateCheck.reset(); }},
         {"", "", [](Facts &f) { f.lastUpdateCheck.reset(), f.updateTroubleSince.reset(); }},
@@ -115,6 +128,10 @@ TEST(Doctor, AJournalThatNobodyWillUndoIsDescribed) {
                                                   "are not there (device:gone).");
     facts.journal = {today, servicesInJournal(R"({"a": [{"serviceID": "device:wlan0"}]})")};
     EXPECT_EQ(diagnose(facts).back().line, line + ".");
+    facts.isSudo = true;
+    EXPECT_TRUE(notSeen(facts).empty()) << "root's own checks";
+    facts.lastUpdateCheck = facts.updateTroubleSince = std::nullopt;
+    EXPECT_EQ(notSeen(facts).size(), 1U);
 }
 
 } // namespace

@@ -31,11 +31,13 @@ TEST(AutostartEntry, IsSwitchedWithoutLosingWhatElseIsInIt) {
         std::string before, after;
     };
     for (const auto &[entry, isEnabled, before, after] :
-         {Row{head + "Name=T\n", true, "", "Name=T\n"},
+         {Row{head + "Exec=t\n", true, "", "Exec=t\n"},
           Row{"# mine\n" + head + other, true, "# mine\n", other},
           Row{head + " Hidden = true \r\nName=T", false, "", "Name=T"},
           Row{head + "X-GNOME-Autostart-enabled=false\nHidden=false\nName=T\n", false, "", "Name=T\n"},
-          Row{head + "Hidden=False\n", true, "", ""}, Row{"[Desktop Entry]", true, "", ""}}) {
+          Row{head + "Hidden=False\nExec=t\n", true, "", "Exec=t\n"},
+          Row{head + "Exec= \n[Other]\nExec=t\n", false, "", "Exec= \n[Other]\nExec=t\n"},
+          Row{"[Desktop Entry]", false, "", ""}}) {
         EXPECT_EQ(autostart::isEnabled(entry), isEnabled) << entry;
         EXPECT_EQ(autostart::switched(entry, true), before + head + after);
         EXPECT_EQ(autostart::switched(entry, false), before + off + after);

@@ -54,8 +54,12 @@ TEST_F(Starting, UsersEntryOverridesTheSystemsAndOnlyItIsChanged) {
     EXPECT_EQ(readFile(second), entry);
     EXPECT_EQ(item.set(true), std::nullopt);
     EXPECT_NE(access(own.c_str(), F_OK), 0) << "what a later package brings is to count";
+    lab().write(own, "[Desktop Entry]\nHidden=true\n");
+    EXPECT_EQ(item.set(true), std::nullopt);
+    EXPECT_NE(access(own.c_str(), F_OK), 0) << "it has no command of its own";
     lab().write(first, "[Desktop Entry]\nHidden=true\n");
     EXPECT_EQ(item.state(), notRegistered) << "the first folder counts";
+    EXPECT_TRUE(item.set(true)) << "nothing that it could start";
     lab().write(own, entry + "X-Delay=9\nX-GNOME-Autostart-enabled=false\n");
     EXPECT_EQ(item.set(true), std::nullopt);
     EXPECT_EQ(readFile(own), entry + "X-Delay=9\n");

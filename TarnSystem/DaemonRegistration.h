@@ -25,6 +25,8 @@ public:
     virtual ~DaemonRegistration() = default;
     /// Absent when the system cannot be asked.
     virtual std::optional<RegistrationState> state() = 0;
+    /// Whether an application can change it on this system; where not, the next two calls only fail.
+    virtual bool canRegister() const = 0;
     /// Has the daemon started, now and whenever the system starts, as soon as that is allowed. Returns why
     /// not, in the system's words for people.
     virtual std::optional<std::string> registerDaemon() = 0;

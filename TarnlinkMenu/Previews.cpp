@@ -90,9 +90,11 @@ struct SampleDefaults final : UserDefaults {
 
 struct SampleRegistration final : DaemonRegistration {
     RegistrationState is = RegistrationState::enabled;
+    bool isOurs = true;
     std::string command;
 
     std::optional<RegistrationState> state() override { return is; }
+    bool canRegister() const override { return isOurs; }
     std::optional<std::string> registerDaemon() override { return std::nullopt; }
     std::optional<std::string> unregisterDaemon() override { return std::nullopt; }
     std::optional<std::string> administratorCommand(RegistrationState) const override {
@@ -386,6 +388,11 @@ const std::vector<Scenario> &scenarios() {
          [](Sample &sample) { unregistered(sample, RegistrationState::notRegistered); }},
         {"settings-not-found", "settings",
          [](Sample &sample) { unregistered(sample, RegistrationState::notFound); }},
+        {"settings-uninstalled", "settings",
+         [](Sample &sample) {
+             unregistered(sample, RegistrationState::notFound);
+             sample.registration.isOurs = false;
+         }},
         {"settings-approval", "settings",
          [](Sample &sample) {
              unregistered(sample, RegistrationState::requiresApproval);

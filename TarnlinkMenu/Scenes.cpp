@@ -368,6 +368,9 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
                                    bar(isMeasured ? std::optional(now.fraction) : std::nullopt, words)};
                        },
                        [&](const Update::Installing &now) -> Views {
+                           if (now.isInPlace)
+                               return {label(say("update.inPlace", {version(now.manifest)})),
+                                       Row{{Spacer{}, dismissButton("update.dismiss"), quitButton()}}};
                            const auto words = say("update.installing", {version(now.manifest)});
                            return {Row{{label(words), Spacer{}, dismissButton("update.dismiss")}},
                                    bar(std::nullopt, words)};
@@ -521,23 +524,26 @@ struct Scenes::State final : Observable, std::enable_shared_from_this<State> {
         return made;
     }
 
-    /// Empty while the daemon is started as it should be.
+    /// Empty while the daemon answers, however it was started, or is started as it should be.
     Views serviceRows() {
         const auto *startup = services.startup;
         const auto state = startup ? startup->daemon() : std::nullopt;
-        if (!state || state == RegistrationState::enabled)
+        if (!state || state == RegistrationState::enabled ||
+            services.status.source() == StatusModel::Source::daemon)
             return {};
         if (const auto &command = startup->administratorCommand())
             return {label(say("settings.service.command", {*command}), Font::caption, Tone::warning)};
         if (state == RegistrationState::requiresApproval)
             return {
                 warningRow(say("settings.service.requiresApproval"), systemSettingsButton("allowService"))};
+        auto words = say(state == RegistrationState::notFound ? "settings.service.notFound"
+                                                              : "settings.service.notRegistered");
+        if (!startup->canRegisterDaemon())
+            return {label(std::move(words), Font::caption, Tone::warning)};
         auto set =
             button("settings.service.register", [](State &self) { self.services.startup->registerDaemon(); });
         set.isEnabled = !startup->busy();
-        Views rows = {warningRow(say(state == RegistrationState::notFound ? "settings.service.notFound"
-                                                                          : "settings.service.notRegistered"),
-                                 std::move(set))};
+        Views rows = {warningRow(std::move(words), std::move(set))};
         if (const auto &error = startup->daemonError())
             rows.push_back(
                 label(say("settings.service.error", {printable(*error)}), Font::caption, Tone::warning));

@@ -34,6 +34,8 @@ public:
     const std::optional<RegistrationState> &loginItem() const { return loginItem_; }
     /// As DaemonRegistration has it, for the present state.
     const std::optional<std::string> &administratorCommand() const { return command_; }
+    /// Whether registerDaemon() is of use on this system.
+    bool canRegisterDaemon() const { return services_.daemon.canRegister(); }
     /// Why the latest attempt to change one of them did not work, in the system's words.
     const std::optional<std::string> &daemonError() const { return daemonError_; }
     const std::optional<std::string> &loginItemError() const { return loginItemError_; }

@@ -21,6 +21,7 @@ constexpr double locationDelay = 4;
 constexpr double debounce = 0.3;
 
 constexpr const char *category = "app";
+constexpr const char *unreachable = "xpc";
 /// A report names no services; any identifier says that there is one.
 constexpr const char *reportedService = "xpc";
 
@@ -176,6 +177,9 @@ void StatusModel::readForced() {
 void StatusModel::apply(const StatusReport &report) {
     publish(source_, Source::daemon);
     publish(xpcError_, std::nullopt);
+    // It can be asked again; what it refused stays refused.
+    if (settingError_ == unreachable)
+        publish(settingError_, std::nullopt);
     publish(status_, report.status);
     publish(reason_, report.reason);
     publish(wifiOn_, report.wifiOn);
@@ -276,7 +280,6 @@ Task<void> StatusModel::runProbe(InterfaceSnapshot snapshot, IsAlive isAlive) {
     const auto outcome = co_await probe;
     const bool isReachable = outcome.kind == ProbeOutcome::Kind::reachable;
     if (!isReachable && actor.now() < earliest) {
-        // The refresh asks for the next probe. Failures that come at once must not chase each other.
         Callback<bool> pause(actor, [&](Callback<bool>::Resume resume) {
             actor.postAfter(earliest - actor.now(), [resume = std::move(resume)] { resume(true); });
         });
@@ -321,7 +324,7 @@ Task<void> StatusModel::runSetting(Setting &setting, bool value, std::uint64_t a
         result = co_await call;
         isAnswered = true;
     } catch (const TarnXPCClientError &) {
-        result.code = "xpc";
+        result.code = unreachable;
     }
     if (isAlive.expired())
         co_return;

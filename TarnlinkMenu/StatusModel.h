@@ -50,7 +50,8 @@ public:
 ///
 /// There is no clock that refreshes it: a refresh follows start(), every batch of network changes, the
 /// refresh buttons, a setting that was changed and a probe that ended. One that is asked for while another is
-/// under way is dropped.
+/// under way is dropped. A probe that fails sooner than its time limit ends only then: it asks for the next,
+/// and failures that come at once must not chase each other.
 ///
 /// Thread: main thread. Ownership: the services must outlive this and every task under way; the model
 ///   may go at any time. Errors: none; what fails is a field.
@@ -105,7 +106,8 @@ public:
     /// change it.
     bool isTetheringForced() const { return isTetheringForced_; }
     bool isTetheringDNSFixForced() const { return isTetheringDNSFixForced_; }
-    /// The daemon's code when it refused a setting, "xpc" when it could not be asked.
+    /// The daemon's code when it refused a setting, "xpc" when it could not be asked and has not answered
+    /// since.
     const std::optional<std::string> &settingError() const { return settingError_; }
 
     UpdateChecker &updates();

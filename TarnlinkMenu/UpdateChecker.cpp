@@ -71,7 +71,8 @@ bool isRefusal(const UpdateResult &result) {
 
 /// Whether the updater still needs the client's file.
 bool isWaiting(const UpdateResult &result) {
-    return !result.ok || result.code == "accepted" || result.code == "copying" || result.code == "idle";
+    return !isRefusal(result) &&
+           (!result.ok || result.code == "accepted" || result.code == "copying" || result.code == "idle");
 }
 
 /// Throws std::system_error.
@@ -478,28 +479,32 @@ Task<void> UpdateChecker::follow(std::shared_ptr<Package> package, UpdateManifes
             }
         }
         if (isAlive.expired()) {
-            package->leave();
+            if (package)
+                package->leave();
             co_return;
         }
         if (!answer || answer == last)
             continue;
         last = answer;
         note("updater: " + lineOf(*answer));
-        if (isRefusal(*answer)) {
+        if (package && !isWaiting(*answer)) {
             --handedOver_;
             package.reset();
+        }
+        if (isRefusal(*answer)) {
             // Unless a later hand-over has put its own there.
             if (services_.defaults.integer(keys::pendingBuild) == manifest.build)
                 forgetPending();
             enterIf(work, Failed{"update.error.installer", manifest});
             co_return;
         }
-        if (!isWaiting(*answer)) {
-            --handedOver_;
+        if (answer->ok && answer->code == "installed") {
+            enterIf(work, Installing{manifest, true});
             co_return;
         }
     }
-    --handedOver_;
+    if (package)
+        --handedOver_;
     note("updater: nothing more is heard");
 }
 

@@ -55,6 +55,8 @@ public:
     /// The package is handed to the daemon.
     struct Installing {
         UpdateManifest manifest;
+        /// The updater is done; the next start of this application runs the new build.
+        bool isInPlace = false;
         friend bool operator==(const Installing &, const Installing &) = default;
     };
     /// The new build is running.

@@ -20,7 +20,7 @@ using Views = std::vector<View>;
 ///   lives, which outlives its windows.
 namespace view {
 
-enum class Font { title, headline, body, caption, monospaced };
+enum class Font { title, headline, body, caption };
 enum class Tone { primary, secondary, warning, accent };
 enum class Color { gray, yellow, green, clear };
 

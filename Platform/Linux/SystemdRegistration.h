@@ -9,6 +9,7 @@ namespace tarn {
 class SystemdRegistration final : public DaemonRegistration {
 public:
     std::optional<RegistrationState> state() override;
+    bool canRegister() const override { return false; }
     std::optional<std::string> registerDaemon() override;
     std::optional<std::string> unregisterDaemon() override;
     std::optional<std::string> administratorCommand(RegistrationState state) const override;

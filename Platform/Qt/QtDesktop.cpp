@@ -41,8 +41,14 @@ bool QtDesktop::eventFilter(QObject *watched, QEvent *event) {
         if (watched->isWindowType() && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Alt)
             tell(flags_, type == QEvent::KeyPress);
     } else if (type == QEvent::WindowActivate || type == QEvent::WindowDeactivate) {
-        if (const auto *widget = qobject_cast<QWidget *>(watched); widget && widget->isWindow())
-            tell(type == QEvent::WindowActivate ? became_ : resigned_, isOptionHeld());
+        const auto *widget = qobject_cast<QWidget *>(watched);
+        if (!widget || !widget->isWindow())
+            return false;
+        if (type == QEvent::WindowDeactivate)
+            tell(resigned_, isOptionHeld());
+        // Between two of ours the new one is told before the old one; it counts last.
+        if (type == QEvent::WindowActivate || QApplication::activeWindow())
+            tell(became_, isOptionHeld());
     }
     return false;
 }

@@ -4,13 +4,17 @@
 #include "Platform/Qt/Symbols.h"
 
 #include <QImage>
+#include <QScreen>
 #include <QtEndian>
+#include <chrono>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
 
 namespace tarn {
 namespace {
+
+constexpr std::chrono::milliseconds trayDelay{1500};
 
 bool isSet(const char *variable) {
     const char *value = std::getenv(variable);
@@ -21,6 +25,18 @@ bool isSet(const char *variable) {
 bool isTrayDark() {
     return qEnvironmentVariable("XDG_CURRENT_DESKTOP").contains("GNOME") ||
            QApplication::palette().color(QPalette::Window).lightness() < 128;
+}
+
+/// Trays count the pixels of all screens, and Qt the points of each from where its pixels begin.
+QPoint inPoints(QPoint pixel) {
+    for (const auto *screen : QGuiApplication::screens()) {
+        const auto ratio = screen->devicePixelRatio();
+        const auto place = screen->geometry();
+        const QPointF inside = QPointF(pixel - place.topLeft()) / ratio;
+        if (QRectF({}, place.size()).contains(inside))
+            return place.topLeft() + inside.toPoint();
+    }
+    return pixel;
 }
 
 TrayItem::Image image(const std::string &symbol, const QColor &color, int size) {
@@ -66,18 +82,21 @@ QtRenderer::QtRenderer(EventLoop &loop, int &count, char **values)
     : application_(count, values), loop_(loop),
       tray_(loop, {.pressed = [this](int x, int y) { trayPressed(x, y); },
                    .launched = [this] { openWindow("menu"); },
-                   .hosted =
-                       [this](bool isHosted) {
-                           if (!shown_)
-                               return;
-                           isOpening_ = !isHosted;
-                           std::exchange(shown_, {})();
-                       },
+                   .hosted = [this](bool isHosted) { trayHosted(isHosted); },
                    .menu = [this] { return scenes_->plainMenu(); }}),
       isSecond_(!tray_.becomeOnly()) {
     QApplication::setApplicationName("Tarnlink");
     QApplication::setDesktopFileName("com.veltrion.tarnlink.menu");
     QApplication::setQuitOnLastWindowClosed(false);
+    patience_.setSingleShot(true);
+    patience_.callOnTimeout([this] { openAlone(); });
+}
+
+bool RecolouredApplication::event(QEvent *event) {
+    const bool isDone = QApplication::event(event);
+    if (event->type() == QEvent::ApplicationPaletteChange && recoloured)
+        recoloured();
+    return isDone;
 }
 
 ViewWindow &QtRenderer::window(const std::string &id) {
@@ -100,7 +119,25 @@ void QtRenderer::trayPressed(int x, int y) {
     if (menu.isVisible() || menu.wasJustLeft())
         menu.close();
     else
-        menu.showAt({x, y});
+        menu.showAt(inPoints({x, y}));
+}
+
+void QtRenderer::trayHosted(bool isHosted) {
+    isOpening_ = !isHosted && (isOpening_ || shown_);
+    if (!shown_)
+        return;
+    // At login the tray may come a little later than we.
+    if (isOpening_ && tray_.isOnBus())
+        patience_.start(trayDelay);
+    std::exchange(shown_, {})();
+}
+
+void QtRenderer::openAlone() {
+    // Earlier it would have nothing to show that is true.
+    if (!isOpening_ || patience_.isActive() || !scenes_->isSettled())
+        return;
+    isOpening_ = false;
+    openWindow("menu");
 }
 
 const TrayItem::Content &QtRenderer::trayContent() {
@@ -128,14 +165,13 @@ int QtRenderer::run(Scenes &scenes, std::function<void()> shown) {
         tray_.show(trayContent());
         for (const auto &[id, window] : windows_)
             window->refreshSoon();
-        // Earlier it would have nothing to show that is true.
-        if (isOpening_ && scenes_->isSettled()) {
-            isOpening_ = false;
-            openWindow("menu");
-        }
+        openAlone();
     });
+    application_.recoloured = [this] { tray_.show(trayContent()); };
     tray_.join(trayContent());
     const int result = QApplication::exec();
+    application_.recoloured = {};
+    patience_.stop();
     windows_.clear();
     return result;
 }

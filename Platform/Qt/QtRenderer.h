@@ -7,12 +7,22 @@
 #include "TarnlinkMenu/Renderer.h"
 
 #include <QApplication>
-#include <QElapsedTimer>
+#include <QTimer>
 #include <map>
 #include <memory>
 #include <string>
 
 namespace tarn {
+
+/// Tells when the desktop's colours have changed.
+class RecolouredApplication final : public QApplication {
+public:
+    using QApplication::QApplication;
+    std::function<void()> recoloured;
+
+protected:
+    bool event(QEvent *event) override;
+};
 
 /// The windows in Qt Widgets, and the tray item that opens them. Where the desktop has no tray, the menu is a
 /// window that opens by itself, and again at each further launch.
@@ -30,8 +40,10 @@ private:
     ViewWindow &window(const std::string &id);
     const TrayItem::Content &trayContent();
     void trayPressed(int x, int y);
+    void trayHosted(bool isHosted);
+    void openAlone();
 
-    QApplication application_;
+    RecolouredApplication application_;
     QtDesktop desktop_;
     QtLoop loop_;
     TrayItem tray_;
@@ -41,7 +53,9 @@ private:
     /// Name and colour of what is in `content_`.
     std::pair<std::string, QColor> drawn_;
     std::function<void()> shown_;
+    /// The menu window opens by itself, once it is seen that no tray comes and there is something to show.
     bool isOpening_ = false;
+    QTimer patience_;
     std::map<std::string, std::unique_ptr<ViewWindow>> windows_;
 };
 

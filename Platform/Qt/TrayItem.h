@@ -14,9 +14,8 @@ namespace tarn {
 /// ("com.veltrion.tarnlink.menu", org.freedesktop.Application), and the item in the desktop's tray
 /// (freedesktop.org, StatusNotifierItem; its plain menu is com.canonical.dbusmenu).
 ///
-/// Thread: main thread, the callbacks included. Ownership: the loop must outlive this. Errors: none; without
-/// a
-///   session bus this is the only instance, and there is no tray.
+/// Thread: main thread, the callbacks included. Ownership: the loop must outlive this. Errors: none; where
+///   there is no session bus this is the only instance, and there is no tray.
 class TrayItem {
 public:
     /// One size of the drawing: rows of pixels in ARGB, most significant byte first.

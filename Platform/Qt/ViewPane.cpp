@@ -57,12 +57,11 @@ QColor color(Tone tone, const QPalette &palette) {
 }
 
 QFont typeface(Font style) {
-    auto made = QFontDatabase::systemFont(style == Font::monospaced ? QFontDatabase::FixedFont
-                                                                    : QFontDatabase::GeneralFont);
+    auto made = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
     const double size = made.pointSizeF();
     if (style == Font::title)
         made.setPointSizeF(size * 1.45);
-    else if (style == Font::caption || style == Font::monospaced)
+    else if (style == Font::caption)
         made.setPointSizeF(size * 0.9);
     if (style == Font::title || style == Font::headline)
         made.setWeight(QFont::DemiBold);

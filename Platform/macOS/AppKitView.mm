@@ -130,8 +130,6 @@ NSFont *fontOf(view::Font font) {
         break;
     case view::Font::caption:
         return [NSFont systemFontOfSize:NSFont.smallSystemFontSize];
-    case view::Font::monospaced:
-        return [NSFont monospacedSystemFontOfSize:NSFont.smallSystemFontSize weight:NSFontWeightRegular];
     }
     return [NSFont preferredFontForTextStyle:NSFontTextStyleBody options:@{}];
 }

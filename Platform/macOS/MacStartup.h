@@ -9,6 +9,7 @@ namespace tarn {
 class MacDaemonRegistration final : public DaemonRegistration {
 public:
     std::optional<RegistrationState> state() override;
+    bool canRegister() const override { return true; }
     std::optional<std::string> registerDaemon() override;
     std::optional<std::string> unregisterDaemon() override;
     std::optional<std::string> administratorCommand(RegistrationState) const override { return std::nullopt; }

@@ -105,8 +105,10 @@ int main(int count, char **values) {
             _exit(reporting([&] { return count > 1 ? misused() : showText(*platform, true); }));
         };
         auto renderer = makeRenderer(*platform, count, values, showTextInstead);
-        if (renderer && renderer->isSecond())
+        if (renderer && renderer->isSecond()) {
+            std::fputs("TarnlinkMenu: it runs already, and was asked to open its window\n", stderr);
             return 0;
+        }
         if (count > 1)
             return misused();
         return renderer ? showWindows(*platform, std::move(renderer)) : showText(*platform, true);

@@ -22,6 +22,7 @@ struct FakeStartup final : DaemonRegistration {
     } loginItem, daemon;
 
     std::optional<RegistrationState> state() override { return daemon.is; }
+    bool canRegister() const override { return true; }
     std::optional<std::string> registerDaemon() override { return daemon.set(true); }
     std::optional<std::string> unregisterDaemon() override { return daemon.set(false); }
     std::optional<std::string> administratorCommand(RegistrationState) const override { return {}; }

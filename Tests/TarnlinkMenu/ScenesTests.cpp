@@ -54,6 +54,7 @@ struct Outside : SystemStateReading,
     std::map<std::size_t, std::string> answers;
     std::string calls, unreadable; ///< Numbers of the daemon's methods.
     std::vector<InterfaceSnapshot> interfaces;
+    std::vector<InterfaceAddress> addresses;
     std::list<std::function<void(ProbeOutcome)>> probes;
     std::optional<WiFiDetails> details;
 
@@ -71,7 +72,7 @@ struct Outside : SystemStateReading,
         co_return DNSVerdict::unreachable;
     }
     std::optional<WiFiDetails> current() override { return details; }
-    std::vector<InterfaceAddress> interfaceAddresses() override { return {}; }
+    std::vector<InterfaceAddress> interfaceAddresses() override { return addresses; }
     std::optional<ByteCounts> byteCounts(const std::string &) override { return {}; }
     std::vector<Process> processes() override { return {}; }
     std::int32_t sendSignal(std::int32_t, std::int32_t) override { return 0; }
@@ -281,6 +282,56 @@ TEST_F(ScenesTest, WiFiSaysItsNameWhereThatIsAllowed) {
     EXPECT_THAT(outside.desktop.calls, EndsWith("security?Privacy_LocationServices;"));
 }
 
+TEST_F(ScenesTest, WhatIsSaidOfOneThingHangsOnNoOther) {
+    const auto expect = [&](const std::string &words, bool isSaid) {
+        EXPECT_EQ(read("menu", 200).find(words) != std::string::npos, isSaid) << words;
+    };
+    InterfaceSnapshot air;
+    air.device = "en0", air.kind = InterfaceKind::wifi, air.serviceID = air.serviceName = "A";
+    air.linkActive = true, air.ipv4 = {"10.0.0.2"}, air.ipv4Router = "10.0.0.1";
+    using Details = std::optional<WiFiDetails>;
+    for (int kind = 0; kind <= static_cast<int>(Status::Kind::disabled); ++kind)
+        for (const bool isDaemonThere : {true, false})
+            for (const bool isPaused : {true, false})
+                for (const std::string tunnel : {"", "10.8.0.2"})
+                    for (const auto &details :
+                         {Details(), Details(WiFiDetails()), Details({"cafe", {}, {}, {}})})
+                        for (const auto permission :
+                             {LocationStatus::notDetermined, LocationStatus::denied,
+                              LocationStatus::restricted, LocationStatus::authorized}) {
+                            report.status = {static_cast<Status::Kind>(kind), "en7", "LAN"};
+                            report.pausedUntil = isPaused ? std::optional(now() + 1h) : std::nullopt;
+                            report.vpnDevice = tunnel.empty() ? std::nullopt : std::optional("utun3");
+                            report.vpnAddress = tunnel;
+                            outside.addresses.clear();
+                            if (!tunnel.empty())
+                                outside.addresses = {{"utun3", false, tunnel}};
+                            // Without the daemon the machine itself decides between two of them.
+                            const bool isAir = kind == static_cast<int>(Status::Kind::wifi);
+                            outside.interfaces = isAir ? std::vector{air} : std::vector<InterfaceSnapshot>();
+                            outside.details = details, outside.desktop.change(permission);
+                            refresh(isDaemonThere);
+                            SCOPED_TRACE(testing::Message() << kind << isDaemonThere << isPaused << tunnel
+                                                            << static_cast<int>(permission));
+                            const auto seen = status.status().kind;
+                            ASSERT_EQ(seen, isDaemonThere ? report.status.kind
+                                            : isAir       ? Status::Kind::wifi
+                                                          : Status::Kind::offline);
+                            const bool isRefused = permission == LocationStatus::denied ||
+                                                   permission == LocationStatus::restricted;
+                            expect(strings.localized(StatusPresentation(status.status()).titleKey), true);
+                            expect("until 15:00", isDaemonThere && isPaused && seen == Status::Kind::paused);
+                            expect("VPN active: utun3 (10.8.0.2)\n", !tunnel.empty());
+                            expect("cafe\n", isAir && details && details->ssid);
+                            expect("Name unknown\n", isAir && details && !details->ssid);
+                            expect("[Location Settings]", isAir && isRefused);
+                            expect("[Show Network Name]", isAir && !(details && details->ssid) &&
+                                                              permission == LocationStatus::notDetermined);
+                            expect("does not answer", !isDaemonThere);
+                            expect("Source: Tarnlink service", isDaemonThere);
+                        }
+}
+
 TEST_F(ScenesTest, InterfacesSayTheirLinkAndAddress) {
     report.vpnDevice = "utun3";
     report.interfaces = {{"en7", "USB LAN", InterfaceKind::wired, true, "10.48.11.168"},
@@ -399,6 +450,9 @@ TEST_F(ScenesTest, UpdateTellsHowFarItIs) {
     offerUpdate(), outside.answers[7] = TarnXPCCoding::encoder().encode(UpdateResult{true, "accepted"});
     press("menu", "update.install"), actor.advance(4s);
     expect(ends("Installing version 2.0.3 …", "[Close]") + "[~~~~~~~~~~~~~~~~~~~~]\n");
+    outside.answers[8] = TarnXPCCoding::encoder().encode(UpdateResult{true, "installed"}), actor.advance(10s);
+    EXPECT_THAT(part(2), StartsWith("Version 2.0.3 is in place. Quit Tarnlink and open it again to use it."));
+    EXPECT_THAT(part(2), HasSubstr("[Close]  [Quit]\n"));
 }
 
 TEST_F(ScenesTest, SettingsMoveOnlyWithTheDaemon) {
@@ -501,7 +555,9 @@ TEST_F(ScenesTest, SettingsSetUpWhatTheSystemStarts) {
     scenes.emplace(Scenes::Services{status, admin, modifiers, outside.desktop, actor, strings,
                                     [this] { return now(); }, [](const std::string &) {}, &startup});
     EXPECT_THAT(read("settings"), Not(HasSubstr("Open at login"))) << "not read yet";
-    scenes->open("settings"), actor.runDue();
+    scenes->open("settings"), refresh();
+    EXPECT_THAT(read("settings"), Not(HasSubstr("not set up"))) << "the daemon answers";
+    refresh(false);
     press("settings", "settings.service.register");
     system.loginItem.becomes = RegistrationState::requiresApproval;
     control<view::Toggle>("settings", "settings.login.title").changed(true), actor.runDue();

@@ -81,6 +81,7 @@ TEST(StartupViews, EachStateHasItsWordsAndTheRightButton) {
              {std::array{"settings", "", "", "[x] "},
               {"settings-unregistered", "notRegistered", "service.register", "[x] "},
               {"settings-not-found", "notFound", "service.register", "[x] "},
+              {"settings-uninstalled", "notFound", "", "[x] "},
               {"settings-approval", "requiresApproval", "openSystem", "[ ] "},
               {"settings-command", "command", "", "[ ] "}}) {
             SCOPED_TRACE(std::string(scenario) + " " + language);
@@ -92,8 +93,9 @@ TEST(StartupViews, EachStateHasItsWordsAndTheRightButton) {
                 ASSERT_EQ(found != text.npos, key == state) << key;
                 const auto line =
                     found == text.npos ? "" : text.substr(found, text.find('\n', found) - found);
-                EXPECT_TRUE(line.empty() ||
-                            line.find(*help ? "[" + say(help) + "]" : "enable --now") != line.npos);
+                const auto wanted = key == "command" ? "enable --now" : *help ? "[" + say(help) + "]" : "";
+                EXPECT_TRUE(line.empty() || line.find(wanted) != line.npos);
+                EXPECT_TRUE(line.empty() || (line.find('[') != line.npos) == wanted.starts_with('['));
             }
         }
     }

@@ -251,6 +251,8 @@ start; report; event; report > wifi|yes -|events 0.3;SS
 on; yes > offline|yes -|tethering 1;S
 on; no > offline|no managed|tethering 1;S
 on; lost > offline|no xpc|tethering 1;
+on; lost; refresh; report > wifi|yes -|tethering 1;S
+on; no; report; refresh; report > wifi|yes managed|tethering 1;SS
 on; wait 2999 > offline|yes -|tethering 1;
 on; wait 3000; dns > offline|no -|tethering 1;dns 0;
 on; no; on > offline|yes -|tethering 1;Stethering 1;

@@ -216,7 +216,11 @@ TEST_F(Menu, ChangesTheDaemonsSettingsAndCopiesItsDiagnostics) {
         press(copy);
         await([&] { return find(copy)->text() == "Copied"; }, "the copy");
         const auto copied = QApplication::clipboard()->text().toStdString();
-        need(copied.starts_with("TarnlinkMenu ") && copied.find("History:") != copied.npos, copied);
+        auto daemons = lab().run(CTL " diagnostics").out;
+        daemons.erase(0, daemons.find('\n', daemons.find("  time: ")));
+        need(copied.starts_with("TarnlinkMenu ") && daemons.find("\nHistory:\n") != daemons.npos &&
+                 copied.find(daemons) != copied.npos,
+             copied + daemons);
     };
     EXPECT_EQ(runMenu(person), "done");
 }
@@ -324,8 +328,33 @@ TEST_F(PausePanel, SaysWhyThereIsNone) {
     }
 }
 
-/// A panel that others wrote, on a session bus of its own.
-class Tray : public LabTest {
+TEST_F(PausePanel, TellsWhatTheDaemonItselfRefuses) {
+    // A polkit that says yes to whoever may ask the person, and no to the daemon.
+    const std::string name = "org.freedesktop.PolicyKit1", path = "/org/freedesktop/PolicyKit1/Authority";
+    lab().run("N=" + name + "; busctl call $N " + path + R"( org.freedesktop.DBus.Peer Ping
+        rm /run/lab/services/a.service
+        kill $(busctl call org.freedesktop.DBus / org.freedesktop.DBus GetConnectionUnixProcessID s $N | cut -c3-))");
+    lab().start("/usr/bin/python3 -m dbusmock --system " + name + " " + path + " " + name + ".Authority");
+    const auto look = "busctl introspect " + name + " " + path + " | grep Mock";
+    waitUntil([&] { return lab().execute(look).status == 0; }, "the mock");
+    for (const auto &row :
+         {std::pair("True", "The system could not ask for an administrator. Nothing has changed."),
+          {"False", "This takes an administrator. Nothing has changed."}}) {
+        lab().run("busctl call " + name + " " + path + " org.freedesktop.DBus.Mock AddMethod sssss " + name +
+                  ".Authority CheckAuthorization '(sa{sv})sa{ss}us' '(bba{ss})' 'ret = dbus.Struct((args[3] "
+                  "== 1, " +
+                  row.first + ", dbus.Dictionary({}, signature=\"ss\")), signature=\"bba{ss}\")'");
+        const auto person = [&] {
+            press(menu);
+            press("admin.pauseAsAdmin");
+            see(panel, HasSubstr(row.second));
+        };
+        EXPECT_EQ(as(root, [&] { return runMenu(person, "en", carol); }), "done");
+    }
+}
+
+/// A session bus of its own.
+class Session : public LabTest {
 protected:
     void SetUp() override {
         LabTest::SetUp();
@@ -342,8 +371,36 @@ protected:
         const std::string address = "unix:path=/run/lab/session";
         setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
         lab().start("dbus-daemon --session --nofork --address=" + address);
-        lab().write("/run/lab/config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml", configuration);
         waitUntil([] { return std::filesystem::exists("/run/lab/session"); }, "the session bus");
+    }
+    /// In the corner of the screen, beside the panel's handle.
+    static int darkPixels() {
+        const auto corner = QGuiApplication::primaryScreen()->grabWindow(0, 14, 0, 34, 24).toImage();
+        int dark = 0;
+        for (int i = 0; i < corner.width() * corner.height(); ++i)
+            dark += corner.pixelColor(i % corner.width(), i / corner.width()).lightness() < 100;
+        return dark;
+    }
+    /// On the item, at that place in pixels.
+    void pressItem(const std::string &place) {
+        lab().start("gdbus call --session -t 10 -d com.veltrion.tarnlink.menu -o /StatusNotifierItem "
+                    "-m org.kde.StatusNotifierItem.Activate " +
+                    place);
+    }
+};
+
+TEST_F(Session, WithoutATrayTheMenuOpensByItself) {
+    EXPECT_EQ(runMenu([] { see(menu, HasSubstr("Wired")); }), "done");
+}
+
+/// A panel that others wrote.
+class Tray : public Session {
+protected:
+    void SetUp() override {
+        Session::SetUp();
+        if (IsSkipped())
+            return;
+        lab().write("/run/lab/config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml", configuration);
         monitor_ = lab().start("dbus-monitor --session");
         lab().waitForLog(monitor_, "NameAcquired");
         lab().start("env NO_AT_BRIDGE=1 xfce4-panel --disable-wm-check");
@@ -373,22 +430,57 @@ TEST_F(Tray, APanelShowsTheItemAndItsPressOpensTheMenu) {
         };
         await(isAsked, "the panel's question");
         need(!find(menu), "a window although there is a tray");
-        const auto isDrawn = [] {
-            const auto corner = QGuiApplication::primaryScreen()->grabWindow(0, 0, 0, 48, 48).toImage();
-            int dark = 0;
-            for (int i = 0; i < 48 * 48; ++i)
-                dark += i / 48 < 24 && corner.pixelColor(i % 48, i / 48).lightness() < 100;
-            return dark > 20 && dark < 400;
-        };
+        const auto isDrawn = [] { return darkPixels() > 20 && darkPixels() < 400; };
         await(isDrawn, "the symbol in the panel");
-        lab().start("gdbus call --session -d com.veltrion.tarnlink.menu -o /StatusNotifierItem "
-                    "-m org.kde.StatusNotifierItem.Activate 12 26");
+        // The panel stays light; the symbol is drawn for what the desktop says.
+        QApplication::setPalette(QPalette("#3a3b3f", "#26272a"));
+        await([] { return darkPixels() == 0; }, "a symbol for a dark panel");
+        QApplication::setPalette(QPalette("#ffffff", "#f6f6f7"));
+        await(isDrawn, "a symbol for a light panel");
+        pressItem("12 26");
         see(menu, AllOf(HasSubstr("Wired"), HasSubstr("192.0.2.10")));
         std::filesystem::create_directories(PICTURES);
         EXPECT_TRUE(
             QGuiApplication::primaryScreen()->grabWindow(0, 0, 0, 480, 400).save(PICTURES "/tray.png"));
     };
     EXPECT_EQ(runMenu(person), "done");
+}
+
+TEST_F(Tray, ThePanelOpensWhereItsPixelsAre) {
+    setenv("QT_SCALE_FACTOR", "2", 1);
+    const auto person = [&] {
+        lab().run("gdbus wait --session --timeout 20 com.veltrion.tarnlink.menu");
+        pressItem("500 26");
+        see(menu, HasSubstr("Wired"));
+        const auto place = find(menu)->window()->geometry();
+        need(std::abs(place.center().x() - 250) < 5, "it is at " + std::to_string(place.center().x()));
+    };
+    EXPECT_EQ(runMenu(person), "done");
+}
+
+TEST_F(Tray, ASecondLaunchOpensTheWindowOfTheFirst) {
+    setenv("QT_QPA_PLATFORM", "xcb", 1);
+    const pid_t inText = lab().start("env DISPLAY=:7777 " MENU);
+    lab().waitForLog(inText, "Connected through eth0");
+    lab().start(MENU);
+    lab().run("gdbus wait --session --timeout 20 com.veltrion.tarnlink.menu");
+    int count = 1;
+    char program[] = "test", *values[] = {program, nullptr};
+    const QApplication viewer(count, values);
+    const auto isWindowThere = [] {
+        const auto screen = QGuiApplication::primaryScreen()->grabWindow(0).toImage();
+        int light = 0;
+        for (int y = 100; y < screen.height(); y += 4)
+            for (int x = 0; x < screen.width(); x += 4)
+                light += screen.pixelColor(x, y).lightness() > 100;
+        return light > 500;
+    };
+    lab().run("sleep 2");
+    EXPECT_FALSE(isWindowThere()) << "the tray has it";
+    const auto second = lab().run(MENU);
+    EXPECT_THAT(second.err,
+                testing::EndsWith("TarnlinkMenu: it runs already, and was asked to open its window\n"));
+    waitUntil(isWindowThere, "the window of the first");
 }
 
 class Updating : public HTTPLab {

@@ -1,18 +1,21 @@
 // The widgets without a display, and the tray item on a bus of its own.
 
 #include "Platform/Platform.h"
+#include "Platform/Qt/QtDesktop.h"
 #include "Platform/Qt/QtLoop.h"
 #include "Platform/Qt/Symbols.h"
 #include "Platform/Qt/TrayItem.h"
 #include "Platform/Qt/ViewWindow.h"
 #include "TarnCore/Status.h"
 #include "TarnCore/StatusPresentation.h"
+#include "TarnlinkMenu/ModifierWatcher.h"
 #include "TarnlinkMenu/Renderer.h"
 
 #include <QApplication>
 #include <QKeyEvent>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QTest>
 #include <QTimer>
 #include <atomic>
 #include <csignal>
@@ -102,6 +105,27 @@ TEST_F(QtTest, WindowKeepsWhatStaysAndIsUsedByKeyboard) {
     EXPECT_EQ(pressed, "first;extra;last;");
     press(&window, Qt::Key_Escape);
     EXPECT_FALSE(window.isVisible());
+}
+
+TEST_F(QtTest, AltHeldInOneWindowRevealsInTheNext) {
+    QtDesktop desktop;
+    ModifierWatcher watcher(desktop.modifiers());
+    watcher.start();
+    QWidget first, second;
+    const auto enter = [](QWidget &window) {
+        window.show(), window.activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
+    };
+    enter(first);
+    EXPECT_FALSE(watcher.revealed());
+    QTest::keyPress(first.windowHandle(), Qt::Key_Alt, Qt::AltModifier);
+    EXPECT_TRUE(watcher.revealed());
+    enter(second);
+    EXPECT_TRUE(watcher.revealed()) << "the old window is left after the new one was entered";
+    QTest::keyRelease(second.windowHandle(), Qt::Key_Alt);
+    EXPECT_TRUE(watcher.revealed());
+    enter(first);
+    EXPECT_FALSE(watcher.revealed());
 }
 
 TEST_F(QtTest, EveryStatusHasItsDrawing) {

@@ -2,7 +2,7 @@
 // a server whose certificate AUTHORITIES is good for, and how many looks there were.
 
 #include "Benchmarks/Measure.h"
-#include "Platform/Linux/CurlClient.h"
+#include "Platform/Linux/FetchClient.h"
 #include "TarnSystem/Updates/UpdateFeed.h"
 
 int main(int count, char **values) {
@@ -11,7 +11,7 @@ int main(int count, char **values) {
     if (!address)
         bench::fail("ADDRESS KEY AUTHORITIES expected");
     EventLoop loop;
-    CurlClient http(loop, values[3]);
+    FetchClient http(loop, values[3]);
     UpdateFeed feed(http, loop, values[2]);
     int checks = 0;
     const auto check = [&]() -> Task<void> {

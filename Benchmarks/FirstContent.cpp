@@ -1,6 +1,6 @@
 // To be preloaded into Qt programs. Where FIRST_CONTENT has a text, the program is started once a label with
 // it has been painted, else with its first window. Then FIRST_CONTENT_FD, where it is set, is told and the
-// windows are closed; otherwise the program ends.
+// windows are closed; otherwise the standard output is told, and the program ends.
 
 #include <QAbstractEventDispatcher>
 #include <QApplication>
@@ -32,7 +32,7 @@ private:
             return;
         const auto told = qgetenv("FIRST_CONTENT_FD");
         if (told.isEmpty())
-            _exit(0);
+            _exit(write(STDOUT_FILENO, "\n", 1) == 1 ? 0 : 1);
         QCoreApplication::instance()->removeEventFilter(this);
         deleteLater();
         disconnect(QAbstractEventDispatcher::instance(), nullptr, this, nullptr);

@@ -87,7 +87,8 @@ int main() {
                                                UpdateChecker::Setup{"/nonexistent", {}});
     };
     StatusModel status({client, actor, platform->clock(), log, platform->kernelTables(), reader, events, wifi,
-                        prober, wifiDetails, location, platform->recentLog(), queue, makeUpdates});
+                        prober, wifiDetails, location, platform->recentLog(), queue, platform->preferences(),
+                        makeUpdates});
     AdminAuthorization authorization(platform->authorizations(), log);
     AdminPanelModel admin({client, authorization, queue, actor, platform->strings()});
     ModifierWatcher modifiers(desktop.modifiers());

@@ -1,6 +1,5 @@
 #include "Platform/Linux/CurlClient.h"
 
-#include "Platform/HTTP.h"
 #include "TarnCore/AppInfo.h"
 
 #include <algorithm>
@@ -398,11 +397,6 @@ CurlClient::CurlClient(EventLoop &loop, std::string authorities)
 
 std::unique_ptr<HTTPSession> CurlClient::ephemeral(double timeout) {
     return std::make_unique<Session>(std::make_shared<Transfers>(loop_, timeout, authorities_));
-}
-
-std::unique_ptr<HTTPClient> makeHTTPClient(Platform &platform) {
-    // Each platform's main actor is its event loop.
-    return std::make_unique<CurlClient>(static_cast<EventLoop &>(platform.mainActor()));
 }
 
 } // namespace tarn

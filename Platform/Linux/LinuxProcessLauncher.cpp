@@ -63,7 +63,7 @@ std::int32_t waitForExit(pid_t process) {
 }
 
 /// Its number, or an error number in `error`.
-pid_t start(const std::string &path, const std::vector<std::string> &arguments, const SpawnSettings &settings,
+pid_t spawn(const std::string &path, const std::vector<std::string> &arguments, const SpawnSettings &settings,
             int &error) {
     // The system takes them as writable, and leaves them alone.
     std::vector<char *> words = {const_cast<char *>(path.c_str())};
@@ -100,7 +100,7 @@ ProcessLauncher::Result LinuxProcessLauncher::run(const std::string &path,
         return failed(errno);
 
     int error = 0;
-    const auto process = start(path, arguments, SpawnSettings(output.get(), writeEnd.get()), error);
+    const auto process = spawn(path, arguments, SpawnSettings(output.get(), writeEnd.get()), error);
     if (error != 0)
         return failed(error);
     // The end comes when no writer is left.
@@ -119,13 +119,22 @@ ProcessLauncher::Result LinuxProcessLauncher::runMerged(const std::string &path,
     if (!output)
         return failed(errno);
     int error = 0;
-    const auto process = start(path, arguments, SpawnSettings(output.get(), output.get()), error);
+    const auto process = spawn(path, arguments, SpawnSettings(output.get(), output.get()), error);
     if (error != 0)
         return failed(error);
     Result result;
     result.status = waitForExit(process);
     result.standardOutput = readFromStart(output.get());
     return result;
+}
+
+pid_t LinuxProcessLauncher::start(const std::string &path, const std::vector<std::string> &arguments,
+                                  int standardOutput) {
+    int error = 0;
+    const auto process = spawn(path, arguments, SpawnSettings(standardOutput, STDERR_FILENO), error);
+    if (error != 0)
+        throw std::system_error(error, std::generic_category(), path);
+    return process;
 }
 
 } // namespace tarn

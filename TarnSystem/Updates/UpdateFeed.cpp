@@ -64,7 +64,7 @@ public:
     struct Rules {
         /// Of the body.
         std::uint64_t mostBytes;
-        /// In seconds: of the session, and the length of a period.
+        /// In seconds: the length of a period.
         double timeout;
         /// What each period must bring.
         double leastBytes;
@@ -72,8 +72,8 @@ public:
     /// Takes the pieces within the limit; may throw UpdateFeedError.
     using Sink = std::function<void(std::string_view piece)>;
 
-    Transfer(HTTPClient &http, MainActor &actor, Rules rules, Sink sink)
-        : actor_(actor), rules_(rules), sink_(std::move(sink)), session_(http.ephemeral(rules.timeout)) {}
+    Transfer(std::shared_ptr<HTTPSession> session, MainActor &actor, Rules rules, Sink sink)
+        : actor_(actor), rules_(rules), sink_(std::move(sink)), session_(std::move(session)) {}
     Transfer(const Transfer &) = delete;
     Transfer &operator=(const Transfer &) = delete;
     ~Transfer() { actor_.cancel(timer_); }
@@ -166,7 +166,7 @@ private:
     std::uint64_t received_ = 0;
     bool hasEnded_ = false;
     // Last: what it holds goes first.
-    std::unique_ptr<HTTPSession> session_;
+    std::shared_ptr<HTTPSession> session_;
 };
 
 /// A package in the making; removed unless it is kept.
@@ -204,15 +204,20 @@ private:
     bool isKept_ = false;
 };
 
-Task<void> transfer(HTTPClient &http, MainActor &actor, URL url, Transfer::Rules rules, Transfer::Sink sink) {
-    if (url.scheme() != "https")
-        throw UpdateFeedError::unsupportedURL();
-    std::shared_ptr<Transfer> running;
+std::shared_ptr<HTTPSession> openSession(HTTPClient &http, double timeout) {
     try {
-        running = std::make_shared<Transfer>(http, actor, rules, std::move(sink));
+        return http.ephemeral(timeout);
     } catch (const std::exception &error) {
         throw UpdateFeedError::transport(error.what());
     }
+}
+
+/// Only coroutines hold the session.
+Task<void> transfer(std::shared_ptr<HTTPSession> session, MainActor &actor, URL url, Transfer::Rules rules,
+                    Transfer::Sink sink) {
+    if (url.scheme() != "https")
+        throw UpdateFeedError::unsupportedURL();
+    const auto running = std::make_shared<Transfer>(std::move(session), actor, rules, std::move(sink));
     Callback<Transfer::Ending> ended(actor, [&](auto resume) { running->start(url, std::move(resume)); });
     if (const auto error = co_await ended)
         throw *error;
@@ -277,10 +282,10 @@ UpdateManifest UpdateFeed::verifyAndDecode(std::string_view data, std::string_vi
     return manifest;
 }
 
-Task<std::string> UpdateFeed::get(URL url, double timeout) {
+Task<std::string> UpdateFeed::get(std::shared_ptr<HTTPSession> session, URL url, double timeout) {
     const auto body = std::make_shared<std::string>();
     // Named, because g++ 12 destroys what a lambda in an awaited expression holds twice.
-    auto running = transfer(http_, actor_, std::move(url),
+    auto running = transfer(std::move(session), actor_, std::move(url),
                             {mostManifestBytes, timeout, std::numeric_limits<double>::infinity()},
                             [body](std::string_view piece) { *body += piece; });
     co_await running;
@@ -292,9 +297,10 @@ Task<UpdateFeed::SignedManifest> UpdateFeed::fetchSigned(URL manifestURL, double
     if (!signatureURL)
         throw UpdateFeedError::unsupportedURL();
     SignedManifest fetched;
-    auto fetchingManifest = get(std::move(manifestURL), timeout);
+    auto session = openSession(http_, timeout);
+    auto fetchingManifest = get(session, std::move(manifestURL), timeout);
     fetched.data = co_await fetchingManifest;
-    auto fetchingSignature = get(*signatureURL, timeout);
+    auto fetchingSignature = get(std::move(session), *signatureURL, timeout);
     const std::string signature = co_await fetchingSignature;
     if (!text::isUTF8(signature))
         throw UpdateFeedError::badSignature();
@@ -317,11 +323,12 @@ Task<void> UpdateFeed::download(URL url, std::optional<std::int64_t> size, std::
     const auto mostBytes = size ? static_cast<std::uint64_t>(*size) : mostPackageBytes;
     // At least something has to come, whatever the time-out.
     const double leastBytes = std::fmax(1, slowestBytesPerSecond * timeout);
-    auto running = transfer(http_, actor_, std::move(url), {mostBytes, timeout, leastBytes},
-                            [file, progress = std::move(progress)](std::string_view piece) {
-                                file->append(piece);
-                                progress(file->size());
-                            });
+    auto running =
+        transfer(openSession(http_, timeout), actor_, std::move(url), {mostBytes, timeout, leastBytes},
+                 [file, progress = std::move(progress)](std::string_view piece) {
+                     file->append(piece);
+                     progress(file->size());
+                 });
     co_await running;
     if (size && file->size() < mostBytes)
         throw UpdateFeedError::transport("only " + std::to_string(file->size()) + " of " +

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -85,7 +86,7 @@ public:
 
     const std::string &publicKey() const { return key_; }
 
-    /// Two requests, each with a time limit of `timeout` seconds for the whole of it. Throws
+    /// Two requests in one session, each with a time limit of `timeout` seconds for the whole of it. Throws
     /// UpdateFeedError.
     Task<SignedManifest> fetchSigned(URL manifestURL, double timeout);
     Task<UpdateManifest> fetch(URL manifestURL, double timeout);
@@ -110,7 +111,7 @@ public:
                                        const std::set<std::string> &allowedHosts);
 
 private:
-    Task<std::string> get(URL url, double timeout);
+    Task<std::string> get(std::shared_ptr<HTTPSession> session, URL url, double timeout);
 
     HTTPClient &http_;
     MainActor &actor_;

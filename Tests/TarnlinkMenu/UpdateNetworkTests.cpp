@@ -1,6 +1,6 @@
 // The checker with all that it works with: servers, a bus, the daemon and the updater as processes.
 
-#include "Platform/Linux/CurlClient.h"
+#include "Platform/Linux/FetchClient.h"
 #include "Platform/Platform.h"
 #include "Support/HTTPLab.h"
 #include "Support/MapDefaults.h"
@@ -67,7 +67,7 @@ struct Menu {
 
     const std::unique_ptr<Platform> platform = makePlatform();
     EventLoop &loop = static_cast<EventLoop &>(platform->mainActor());
-    CurlClient http{loop, HTTPLab::authorities};
+    FetchClient http{loop, HTTPLab::authorities};
     UpdateFeed feed;
     MapDefaults defaults;
     TarnXPCClient daemon{platform->connector(), loop};

@@ -1,5 +1,6 @@
 #include "Platform/HTTP.h"
 #include "Platform/Linux/CurlClient.h"
+#include "Platform/Linux/FetchClient.h"
 #include "Support/HTTPLab.h"
 #include "Support/Words.h"
 
@@ -7,13 +8,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <random>
+#include <sys/wait.h>
 
 namespace tarn {
 namespace {
 
 using namespace std::chrono_literals;
 
-class HTTP : public HTTPLab {
+/// Within this process, or by one of its own.
+class HTTP : public HTTPLab, public testing::WithParamInterface<bool> {
 protected:
     struct Fetch {
         std::string body;
@@ -26,7 +29,13 @@ protected:
         if (IsSkipped())
             return;
         loop_.emplace();
-        client_.emplace(*loop_, authorities);
+        makeClient(authorities);
+    }
+    void makeClient(const std::string &trusted) {
+        if (GetParam())
+            client_ = std::make_unique<FetchClient>(*loop_, trusted);
+        else
+            client_ = std::make_unique<CurlClient>(*loop_, trusted);
     }
     /// Of no more than 6 MB.
     Fetch fetch(HTTPSession &session, const std::string &address) {
@@ -57,7 +66,8 @@ protected:
     /// The status or the error's code, and how much came.
     static std::string told(const Fetch &fetch) {
         const auto *status = std::get_if<std::int64_t>(&fetch.result.value());
-        EXPECT_TRUE(status || fetch.error().domain + fetch.error().localizedDescription > "NSURLErrorDomain");
+        EXPECT_TRUE(status || (fetch.error().domain.ends_with("ErrorDomain") &&
+                               !fetch.error().localizedDescription.empty()));
         return std::to_string(status ? *status : fetch.error().code) + " " +
                std::to_string(fetch.body.size());
     }
@@ -66,10 +76,13 @@ protected:
     }
 
     std::optional<EventLoop> loop_;
-    std::optional<CurlClient> client_;
+    std::unique_ptr<HTTPClient> client_;
 };
 
-TEST_F(HTTP, FetchesWhatAServerHas) {
+INSTANTIATE_TEST_SUITE_P(HTTP, HTTP, testing::Bool(),
+                         [](const auto &row) { return row.param ? "ByAProcess" : "Within"; });
+
+TEST_P(HTTP, FetchesWhatAServerHas) {
     std::string big(5'000'000, 0);
     std::generate(big.begin(), big.end(),
                   [random = std::minstd_rand()]() mutable { return static_cast<char>(random()); });
@@ -98,7 +111,7 @@ TEST_F(HTTP, FetchesWhatAServerHas) {
         EXPECT_EQ(request.find(sides(row).first) != std::string::npos, sides(row).second == "yes") << request;
 }
 
-TEST_F(HTTP, HostileServersEndInAnError) {
+TEST_P(HTTP, HostileServersEndInAnError) {
     for (const auto &row : rows("truncated > -1005 400000; cut > -1005 500000; "
                                 "garbage > 0 0; to-garbage > 0 0; trickle > 200 8; silent > -1001 3; "
                                 "mute > -1001 0; headers > -1103 0"))
@@ -113,14 +126,14 @@ TEST_F(HTTP, HostileServersEndInAnError) {
     unsetenv("https_proxy");
 }
 
-TEST_F(HTTP, SilentNameServerHoldsNobodyUp) {
+TEST_P(HTTP, SilentNameServerHoldsNobodyUp) {
     lab().writeResolvConf("nameserver 127.0.0.1\noptions timeout:5 attempts:1\n");
     const auto begin = loop_->now();
     EXPECT_EQ(told(fetch("https://nobody.example/", 0.5)), "-1001 0");
     EXPECT_LT(loop_->now() - begin, 3s) << "the end of a session waits for the look-up";
 }
 
-TEST_F(HTTP, OnlyAGoodCertificateCounts) {
+TEST_P(HTTP, OnlyAGoodCertificateCounts) {
     for (const auto &row :
          rows("8001 > -1202 Lab; 8002 > -1201 Lab; 8003 > -1203 Example Corp, CN = Inspect CA; "
               "8004 > -1202 Example Corp, CN = Inspect CA")) {
@@ -138,8 +151,8 @@ TEST_F(HTTP, OnlyAGoodCertificateCounts) {
     EXPECT_TRUE(old.error().peerCertificates.empty());
 }
 
-TEST_F(HTTP, TrustsTheSystemsAuthoritiesWhateverTheEnvironmentSays) {
-    client_.emplace(*loop_);
+TEST_P(HTTP, TrustsTheSystemsAuthoritiesWhateverTheEnvironmentSays) {
+    makeClient("");
     lab().run("cd /run/lab; mkdir hashed; cp ours.pem hashed/ca-certificates.crt; openssl rehash hashed");
     for (const char *name : {"SSL_CERT_FILE", "CURL_CA_BUNDLE"})
         setenv(name, "/run/lab/ours.pem", 1);
@@ -149,7 +162,7 @@ TEST_F(HTTP, TrustsTheSystemsAuthoritiesWhateverTheEnvironmentSays) {
     EXPECT_EQ(told(fetch("https://127.0.0.1:8000/echo")).substr(0, 3), "200");
 }
 
-TEST_F(HTTP, NothingHappensAfterASessionIsGone) {
+TEST_P(HTTP, NothingHappensAfterASessionIsGone) {
     fetch("https://127.0.0.1:8000/echo"); // What libraries open once stays open.
     const auto before = descriptors();
     for (const auto &row : rows("at once > 8000/endless; handshake > 8005/; received > 8000/endless; "
@@ -175,7 +188,32 @@ TEST_F(HTTP, NothingHappensAfterASessionIsGone) {
         loop_->run();
         EXPECT_FALSE(session) << row;
         EXPECT_EQ(descriptors(), before) << row;
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG | __WNOTHREAD), 0) << row << ": left a process";
     }
+}
+
+using FetchingProcess = HTTP;
+
+INSTANTIATE_TEST_SUITE_P(HTTP, FetchingProcess, testing::Values(true));
+
+TEST_P(FetchingProcess, WhichCannotWorkEndsEachFetchWithTheReason) {
+    const auto program = FetchClient::program();
+    for (const auto &row : rows("/dev/null > 13 0 Permission denied; /bin/true > -1 0 ended with status 0; "
+                                "/bin/false > -1 0 ended with status 1")) {
+        lab().run("mount --bind " + sides(row).first + " " + program);
+        const auto session = client_->ephemeral(10);
+        for (int i = 0; i < 2; ++i) {
+            const auto failed = fetch(*session, "https://127.0.0.1:8000/echo");
+            EXPECT_EQ(told(failed), sides(row).second.substr(0, told(failed).size())) << row;
+            EXPECT_NE(
+                failed.error().localizedDescription.find(sides(row).second.substr(told(failed).size() + 1)),
+                std::string::npos)
+                << failed.error().localizedDescription;
+        }
+        lab().run("umount " + program);
+    }
+    loop_->postAfter(300ms, [&] { lab().run("pkill -KILL -x TarnlinkFetch"); });
+    EXPECT_EQ(told(fetch("https://127.0.0.1:8000/mute")), "-1 0");
 }
 
 using Machine = LabTest;

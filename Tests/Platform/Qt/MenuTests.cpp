@@ -1,7 +1,7 @@
 // The application with its windows under an X server, used by somebody who reads and presses, beside a real
 // daemon.
 
-#include "Platform/Linux/CurlClient.h"
+#include "Platform/Linux/FetchClient.h"
 #include "Platform/Platform.h"
 #include "Support/HTTPLab.h"
 #include "Support/PolkitLab.h"
@@ -117,7 +117,7 @@ std::string runMenu(const std::function<void()> &person, const char *language = 
     std::optional<Application> application(
         std::in_place, *platform, renderer->desktop(), Application::Role::owner,
         [&](const std::string &id) { renderer->openWindow(id); },
-        feedKey ? std::make_unique<CurlClient>(loop, HTTPLab::authorities) : nullptr,
+        feedKey ? std::make_unique<FetchClient>(loop, HTTPLab::authorities) : nullptr,
         feedKey.value_or(std::string(UpdateFeed::publicKeyBase64)));
     QTimer::singleShot(0, [&] {
         try {
@@ -228,6 +228,7 @@ TEST_F(Menu, ChangesTheDaemonsSettingsAndCopiesItsDiagnostics) {
 /// Keeps a picture, and finds what is cut off or cannot be told from the ground.
 void look(QWidget &window, const std::string &name) {
     const auto picture = window.grab();
+    std::filesystem::create_directories(PICTURES);
     EXPECT_TRUE(picture.save(QString::fromStdString(PICTURES "/" + name + ".png")));
     const int ground = picture.toImage().pixelColor(3, 3).lightness();
     EXPECT_EQ(ground < 128, name.find("dark") != name.npos) << name;
@@ -242,7 +243,6 @@ void look(QWidget &window, const std::string &name) {
 
 TEST_F(Menu, WindowsFitTheirContentInEachLanguageAndAppearance) {
     start();
-    std::filesystem::create_directories(PICTURES);
     const struct {
         const char *id, *control, *opener;
         int width, height; ///< As high as it needs to be where that is 0.

@@ -218,15 +218,17 @@ void examineRadios(const Facts &facts, Findings &findings) {
         });
     const std::string ending(isServant ? "" : other->ending);
     for (const auto &radio : facts.radios) {
-        const std::string tail = ": Tarnlink can switch off its radio at most.";
         if (radio.isManaged && !*radio.isManaged)
-            findings.push_back({"foreignRadio", radio.device + " is not managed by NetworkManager" + tail,
+            findings.push_back({"foreignRadio",
+                                radio.device +
+                                    " is not managed by NetworkManager: Tarnlink can switch only its radio, "
+                                    "and only with WiFiOffMode radio.",
                                 ending + "sudo nmcli device set " + radio.device + " managed yes"});
         // A NetworkManager that runs and says nothing may only be slow.
         else if (!radio.isManaged && !contains(facts.processes, "NetworkManager"))
             findings.push_back({"foreignRadio",
                                 radio.device + " belongs to " + std::string(other->process) +
-                                    " and not to NetworkManager" + tail,
+                                    " and not to NetworkManager: Tarnlink cannot switch it.",
                                 "Install NetworkManager and have it manage " + radio.device + ": " + ending +
                                     "sudo systemctl enable --now NetworkManager"});
     }
@@ -274,10 +276,7 @@ void examineJournal(const Facts &facts, Findings &findings) {
         line += ", from before the machine was started";
     if (!missing.empty())
         line += ", of services that are not there (" + joined(missing) + ")";
-    findings.push_back({"staleJournal", line + ".",
-                        facts.system == System::macOS
-                            ? "sudo /Applications/Tarnlink.app/Contents/MacOS/TarnlinkDaemon --undo"
-                            : "sudo -u tarnlink /usr/libexec/tarnlink/TarnlinkDaemon --undo"});
+    findings.push_back({"staleJournal", line + ".", undoCommand(facts.system)});
 }
 
 void examineUpdates(const Facts &facts, Findings &findings) {
@@ -306,6 +305,18 @@ void collectServices(const Value &value, std::vector<std::string> &found) {
 }
 
 } // namespace
+
+std::string undoCommand(System system) {
+    return system == System::macOS ? "sudo /Applications/Tarnlink.app/Contents/MacOS/TarnlinkDaemon --undo"
+                                   : "sudo -u tarnlink /usr/libexec/tarnlink/TarnlinkDaemon --undo";
+}
+
+std::string rescueLine(System system) {
+    const std::string stop = system == System::macOS
+                                 ? "sudo launchctl bootout system/com.veltrion.tarnlink.daemon"
+                                 : "sudo systemctl stop tarnlink";
+    return stop + "; " + undoCommand(system);
+}
 
 std::vector<Finding> diagnose(const Facts &facts) {
     Findings findings;

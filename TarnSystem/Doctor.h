@@ -100,6 +100,11 @@ std::vector<Finding> diagnose(const Facts &facts);
 /// What could not be looked at and would have counted, one phrase each.
 std::vector<std::string> notSeen(const Facts &facts);
 
+/// The shell command that undoes what a daemon that is gone has left behind, and the line for somebody who is
+/// offline: it stops the daemon, and undoes whatever may be left.
+std::string undoCommand(HostSurvey::System system);
+std::string rescueLine(HostSurvey::System system);
+
 /// The service identifiers in the contents of a journal, each once; none in what is no journal.
 std::vector<std::string> servicesInJournal(std::string_view contents);
 

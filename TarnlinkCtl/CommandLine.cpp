@@ -1,5 +1,7 @@
 #include "TarnlinkCtl/CommandLine.h"
 
+#include "TarnSystem/Doctor.h"
+
 #include <algorithm>
 #include <locale>
 #include <sstream>
@@ -72,7 +74,8 @@ CtlCommand parseCtlCommand(const std::vector<std::string> &words) {
     return command;
 }
 
-const char *const ctlHelp = R"(Usage: tarnlinkctl COMMAND
+std::string ctlHelp(HostSurvey::System system) {
+    return R"(Usage: tarnlinkctl COMMAND
 Asks the Tarnlink daemon, or tells it what is wanted.
 
   status                        what it has concluded, and why
@@ -90,6 +93,10 @@ Asks the Tarnlink daemon, or tells it what is wanted.
   --help, --version
 
 Exit status: 0 done, 1 refused or failed, or something found, 2 wrong use, 3 no daemon.
-)";
+
+Offline? This takes Tarnlink out of the way until the next start of the machine:
+  )" + doctor::rescueLine(system) +
+           "\n";
+}
 
 } // namespace tarn

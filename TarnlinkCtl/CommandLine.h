@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TarnSystem/HostSurvey.h"
+
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -43,6 +45,7 @@ public:
 /// Reads the words after the program's name. Throws CtlUsageError.
 CtlCommand parseCtlCommand(const std::vector<std::string> &words);
 
-extern const char *const ctlHelp;
+/// The summary of `--help`, with the way out for somebody who is offline.
+std::string ctlHelp(HostSurvey::System system);
 
 } // namespace tarn

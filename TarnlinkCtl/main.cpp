@@ -73,7 +73,8 @@ int main(int count, char **values) {
         const auto command = parseCtlCommand({values + 1, values + count});
         const std::string version(AppInfo::version);
         if (command.verb == CtlCommand::Verb::help)
-            return print(ctlHelp) ? Controller::done : Controller::failed;
+            return print(ctlHelp(makePlatform()->hostSurvey().system())) ? Controller::done
+                                                                         : Controller::failed;
         if (command.verb == CtlCommand::Verb::version)
             return print("tarnlinkctl " + version + " (" + std::to_string(AppInfo::build) + ")\n")
                        ? Controller::done

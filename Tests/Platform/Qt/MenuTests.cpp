@@ -112,12 +112,12 @@ std::string runMenu(const std::function<void()> &person, const char *language = 
     platform->strings().localized("menu.open");
     if (user && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(user) != 0))
         return "not that user";
-    const auto renderer = makeRenderer(*platform, count, values.data());
+    auto renderer = makeRenderer(*platform, count, values.data());
     auto &loop = dynamic_cast<EventLoop &>(platform->mainActor());
     std::optional<Application> application(
         std::in_place, *platform, renderer->desktop(), Application::Role::owner,
         [&](const std::string &id) { renderer->openWindow(id); },
-        feedKey ? std::make_unique<FetchClient>(loop, HTTPLab::authorities) : nullptr,
+        std::make_unique<FetchClient>(loop, feedKey ? HTTPLab::authorities : ""),
         feedKey.value_or(std::string(UpdateFeed::publicKeyBase64)));
     QTimer::singleShot(0, [&] {
         try {
@@ -130,11 +130,11 @@ std::string runMenu(const std::function<void()> &person, const char *language = 
     });
     const int status = renderer->run(application->scenes(), [&] { application->status().start(); });
     application.reset();
-    if (feedKey) {
-        // What asks the daemon for an update's outcome every 5 s sees only then that nobody waits for it.
-        loop.postAfter(std::chrono::seconds(6), [&loop] { loop.stop(); });
-        loop.run();
-    }
+    renderer.reset();
+    // What is under way sees only at its end that nobody waits for it: a look at a feed that is not there,
+    // and with a feed the question every 5 s what became of an update.
+    loop.postAfter(std::chrono::seconds(feedKey ? 6 : 1), [&loop] { loop.stop(); });
+    loop.run();
     return status == 0 ? result : "exit status " + std::to_string(status);
 }
 

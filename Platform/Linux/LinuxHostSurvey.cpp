@@ -1,5 +1,6 @@
 #include "Platform/Linux/LinuxHostSurvey.h"
 
+#include "Platform/Linux/ManagedDevice.h"
 #include "TarnCore/Text.h"
 #include "TarnSystem/Files.h"
 
@@ -15,9 +16,6 @@
 
 namespace tarn {
 namespace {
-
-constexpr const char *managerPath = "/org/freedesktop/NetworkManager";
-constexpr const char *managerInterface = "org.freedesktop.NetworkManager";
 
 // Where the system bus looks for policies (dbus-daemon(1)): the vendor's, and the administrator's.
 constexpr std::array policyFolders = {"/usr/share/dbus-1/system.d/", "/etc/dbus-1/system.d/"};
@@ -66,15 +64,11 @@ std::optional<bool> LinuxHostSurvey::isPublished() {
 
 std::optional<bool> LinuxHostSurvey::isManaged(const std::string &device) {
     bus_.update();
-    const auto call = bus_.newCall(manager_, managerPath, managerInterface, "GetDeviceByIpIface");
-    if (!call || sd_bus_message_append(call.get(), "s", device.c_str()) < 0)
-        return std::nullopt;
-    const auto answer = bus_.send(call);
-    const char *path = nullptr;
-    if (!answer || sd_bus_message_read(answer.get(), "o", &path) <= 0)
+    const auto path = managedDevice(bus_, manager_, device);
+    if (!path)
         return std::nullopt;
     const auto managed =
-        bus_.property(manager_, path, "org.freedesktop.NetworkManager.Device", "Managed", "b");
+        bus_.property(manager_, path->c_str(), "org.freedesktop.NetworkManager.Device", "Managed", "b");
     int isManaged = 0;
     if (!managed || sd_bus_message_read(managed.get(), "b", &isManaged) <= 0)
         return std::nullopt;

@@ -1,5 +1,6 @@
 #include "Platform/Linux/SystemBus.h"
 
+#include "Platform/Linux/ManagedDevice.h"
 #include <cerrno>
 #include <cstdint>
 #include <string_view>
@@ -224,15 +225,13 @@ std::optional<std::vector<NetworkPicture::Managed>> SystemBus::activeDevices(Sys
 }
 
 std::optional<SystemBus::AccessPoint> SystemBus::activeAccessPoint(const std::string &device) {
-    const auto call = bus_.newCall(networkManager_, managerPath, managerInterface, "GetDeviceByIpIface");
-    if (!call || sd_bus_message_append(call.get(), "s", device.c_str()) < 0)
+    const auto wireless = managedDevice(bus_, networkManager_, device);
+    if (!wireless)
         return std::nullopt;
-    const auto answer = bus_.send(call);
+    const auto active =
+        bus_.property(networkManager_, wireless->c_str(), "org.freedesktop.NetworkManager.Device.Wireless",
+                      "ActiveAccessPoint", "o");
     const char *path = nullptr;
-    if (!answer || sd_bus_message_read(answer.get(), "o", &path) <= 0)
-        return std::nullopt;
-    const auto active = bus_.property(networkManager_, path, "org.freedesktop.NetworkManager.Device.Wireless",
-                                      "ActiveAccessPoint", "o");
     if (!active || sd_bus_message_read(active.get(), "o", &path) <= 0 || path == std::string_view("/"))
         return std::nullopt;
     const auto message = bus_.properties(networkManager_, path, "org.freedesktop.NetworkManager.AccessPoint");
